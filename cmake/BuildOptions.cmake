@@ -1,0 +1,26 @@
+# What every target of this project is compiled with. Link it PRIVATE.
+add_library(iv_build_options INTERFACE)
+target_compile_features(iv_build_options INTERFACE cxx_std_17 c_std_99)
+target_compile_options(
+    iv_build_options
+    INTERFACE # Contraction would fuse what the contract rounds twice. g++ ignores the pragma for it.
+              -ffp-contract=off
+              -Wall
+              -Wextra
+              -Wpedantic
+              -Wshadow
+              -Wconversion
+              -Wsign-conversion
+              -Wcast-align
+              -Wdouble-promotion
+              -Wundef
+              $<$<COMPILE_LANGUAGE:CXX>:-Wold-style-cast>
+              $<$<BOOL:${LIBIV_WERROR}>:-Werror>)
+
+option(LIBIV_SANITIZE "Build with the address and undefined-behaviour sanitizers" OFF)
+if(LIBIV_SANITIZE)
+    set(sanitizers -fsanitize=address,undefined,float-cast-overflow -fno-sanitize-recover=all
+                   -fno-omit-frame-pointer)
+    target_compile_options(iv_build_options INTERFACE ${sanitizers})
+    target_link_options(iv_build_options INTERFACE ${sanitizers})
+endif()

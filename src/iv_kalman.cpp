@@ -1,0 +1,107 @@
+// The linear Kalman filter: every equation is one matrix call, every intermediate has its own
+// matrix.
+
+#include "iv_kalman.h"
+
+#include <cstdlib>
+
+#include "iv_matrix/element.h"
+
+namespace iv::internal {
+namespace {
+
+/// The matrices of a filter in the order of the record and of the block.
+constexpr iv_mat_t* iv_kalman_t::*FIELDS[MAX_KALMAN_MATRICES] = {
+    &iv_kalman_t::x_pre, &iv_kalman_t::x_post, &iv_kalman_t::P_pre, &iv_kalman_t::P_post,
+    &iv_kalman_t::K,     &iv_kalman_t::temp1,  &iv_kalman_t::temp2, &iv_kalman_t::temp3,
+    &iv_kalman_t::temp4, &iv_kalman_t::temp5,  &iv_kalman_t::A,     &iv_kalman_t::H,
+    &iv_kalman_t::Q,     &iv_kalman_t::R};
+
+/// Headers start at multiples of the pointer size, also behind a matrix with an odd number of
+/// values.
+int aligned(int bytes) {
+    constexpr int pointer = sizeof(void*);
+    return wrap_mul(wrap_add(bytes, pointer - 1) / pointer, pointer);
+}
+
+} // namespace
+
+int getmsizes(int* msizes, int* mrows, int* mcols, int ns, int nm, int flag) {
+    const int shapes[MAX_KALMAN_MATRICES][2] = {{ns, 1},  {ns, 1},  {ns, ns}, {ns, ns}, {ns, nm},
+                                                {ns, ns}, {ns, nm}, {nm, nm}, {nm, nm}, {nm, 1},
+                                                {ns, ns}, {nm, ns}, {ns, ns}, {nm, nm}};
+    const int count = flag ? 10 : MAX_KALMAN_MATRICES;
+    for (int i = 0; i < count; ++i) {
+        mrows[i] = shapes[i][0];
+        mcols[i] = shapes[i][1];
+        const int floats = wrap_mul(mrows[i], mcols[i]);
+        msizes[i] = wrap_add(wrap_mul(floats, sizeof(f32_t)), sizeof(iv_mat_t));
+    }
+    return count;
+}
+
+} // namespace iv::internal
+
+using namespace iv::internal;
+
+iv_kalman_t* iv_kalman_create(int ns, int nm, int flag, iv_mat_t* A, iv_mat_t* H, iv_mat_t* Q,
+                              iv_mat_t* R) {
+    int msizes[MAX_KALMAN_MATRICES];
+    int mrows[MAX_KALMAN_MATRICES];
+    int mcols[MAX_KALMAN_MATRICES];
+    const int count = getmsizes(msizes, mrows, mcols, ns, nm, flag);
+    int total = 0;
+    for (int i = 0; i < count; ++i) {
+        total = wrap_add(total, aligned(msizes[i]));
+    }
+    void* block = std::calloc(1, sizeof(iv_kalman_t) + static_cast<std::size_t>(total));
+    if (!block) {
+        return nullptr;
+    }
+    iv_kalman_t* kalman = static_cast<iv_kalman_t*>(block);
+    kalman->ns = ns;
+    kalman->nm = nm;
+    kalman->mbuf = kalman + 1;
+    u08_t* cursor = static_cast<u08_t*>(kalman->mbuf);
+    for (int i = 0; i < count; ++i) {
+        iv_mat_t* header = reinterpret_cast<iv_mat_t*>(static_cast<void*>(cursor));
+        kalman->*FIELDS[i] = iv_mat_initheader(header, mrows[i], mcols[i], IV_32F, header + 1);
+        cursor += aligned(msizes[i]);
+    }
+    if (flag) {
+        kalman->A = A;
+        kalman->H = H;
+        kalman->Q = Q;
+        kalman->R = R;
+    }
+    return kalman;
+}
+
+void iv_kalman_release(iv_kalman_t* kalman) {
+    std::free(kalman);
+}
+
+void iv_kalman_predict(iv_kalman_t* kalman) {
+    const iv_kalman_t& k = *kalman;
+    // The covariance is symmetric but for rounding; reading it transposed fixes the order of the
+    // sums.
+    iv_mat_mul(k.A, k.x_post, k.x_pre, 0);
+    iv_mat_mul(k.A, k.P_post, k.temp1, IV_MAT_TRANS_SRC2);
+    iv_mat_muladd(k.temp1, k.A, k.Q, k.P_pre, IV_MAT_TRANS_SRC2);
+}
+
+void iv_kalman_correct(iv_kalman_t* kalman, iv_mat_t* measurement) {
+    const iv_kalman_t& k = *kalman;
+    // Gain: K = P_pre H' (H P_pre H' + R)^-1. The status of the inverse is not examined: a refusal
+    // leaves temp4 as it was.
+    iv_mat_mul(k.P_pre, k.H, k.temp2, IV_MAT_TRANS_SRC2);
+    iv_mat_muladd(k.H, k.temp2, k.R, k.temp3, 0);
+    iv_mat_inv(k.temp3, k.temp4);
+    iv_mat_mul(k.temp2, k.temp4, k.K, IV_MAT_TRANS_SRC2);
+    // State: x_post = x_pre + K (z - H x_pre).
+    iv_mat_submul(measurement, k.H, k.x_pre, k.temp5, 0);
+    iv_mat_muladd(k.K, k.temp5, k.x_pre, k.x_post, 0);
+    // Covariance: P_post = (I - K H) P_pre', the plain form.
+    iv_mat_submul(nullptr, k.K, k.H, k.temp1, IV_MAT_IDENTITY_SRC1);
+    iv_mat_mul(k.temp1, k.P_pre, k.P_post, IV_MAT_TRANS_SRC2);
+}
