@@ -389,6 +389,7 @@ void tracker_get_tracks(tracker_t* tracker, float (*output)[8]) {
     int n = 0;
     list_head* head = &tracker->track_list;
     for (list_head* link = head->next; link != head; link = link->next) {
+        // Removed tracks have left the ring. NOLINTNEXTLINE(clang-analyzer-unix.Malloc)
         const trk_obj_t* obj = track_of(link);
         if (!is_confirmed(obj) || obj->miss_count >= REPORTED_MISSES) {
             continue;

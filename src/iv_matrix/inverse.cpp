@@ -3,6 +3,7 @@
 #include "iv_matrix/inverse.h"
 
 #include <algorithm>
+#include <utility>
 
 #include "iv_matrix/element.h"
 
@@ -17,7 +18,7 @@ float W[MAX_INVERSE_ORDER + 1][2 * MAX_INVERSE_ORDER];
 void load(int n, const Cell<float>* values) {
     for (int i = 0; i < n; ++i) {
         for (int j = 0; j < n; ++j) {
-            W[i][j] = values[i * n + j].value;
+            W[i][j] = (values++)->value;
             W[i][n + j] = i == j ? 1.0f : 0.0f;
         }
     }
@@ -32,7 +33,9 @@ void repair_zero_pivot(int n, int i) {
     while (k < n - 1 && W[k][i] == 0.0f) {
         ++k;
     }
-    std::swap_ranges(W[i] + i, W[i] + 2 * n, W[k] + i);
+    for (int c = i; c < 2 * n; ++c) {
+        std::swap(W[i][c], W[k][c]);
+    }
     if (k == MAX_INVERSE_ORDER) {
         std::fill_n(W[k], 2 * MAX_INVERSE_ORDER, 0.0f);
     }
@@ -66,7 +69,7 @@ void normalise(int n) {
 void store(int n, Cell<float>* values) {
     for (int i = 0; i < n; ++i) {
         for (int j = 0; j < n; ++j) {
-            values[i * n + j].value = W[i][n + j];
+            (values++)->value = W[i][n + j];
         }
     }
 }

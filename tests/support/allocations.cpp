@@ -1,0 +1,87 @@
+#include "support/allocations.h"
+
+#include <cstdlib>
+
+namespace test {
+namespace {
+
+struct Counters {
+    int made = 0;
+    int freed = 0;
+    int until_failure = 0;
+    std::vector<void*> freed_blocks;
+    std::vector<std::size_t> sizes;
+};
+
+Counters* counters = nullptr;
+
+/// Records a request; false when it is the one that has to fail.
+bool record(std::size_t size) {
+    if (!counters) {
+        return true;
+    }
+    counters->sizes.push_back(size);
+    return counters->until_failure == 0 || --counters->until_failure != 0;
+}
+
+void* count(void* block) {
+    if (counters && block) {
+        ++counters->made;
+    }
+    return block;
+}
+
+} // namespace
+
+Allocations::Allocations() {
+    counters = new Counters;
+}
+
+Allocations::~Allocations() {
+    delete counters;
+    counters = nullptr;
+}
+
+int Allocations::made() const {
+    return counters->made;
+}
+int Allocations::freed() const {
+    return counters->freed;
+}
+const std::vector<void*>& Allocations::freed_blocks() const {
+    return counters->freed_blocks;
+}
+const std::vector<std::size_t>& Allocations::sizes() const {
+    return counters->sizes;
+}
+void Allocations::fail_nth(int n) {
+    counters->until_failure = n;
+}
+
+} // namespace test
+
+// The linker sends the library's calls here and knows the originals as __real_*.
+extern "C" {
+void* __real_malloc(std::size_t size);
+void* __real_calloc(std::size_t number, std::size_t size);
+void __real_free(void* block);
+void* __wrap_malloc(std::size_t size);
+void* __wrap_calloc(std::size_t number, std::size_t size);
+void __wrap_free(void* block);
+
+void* __wrap_malloc(std::size_t size) {
+    return test::record(size) ? test::count(__real_malloc(size)) : nullptr;
+}
+
+void* __wrap_calloc(std::size_t number, std::size_t size) {
+    return test::record(number * size) ? test::count(__real_calloc(number, size)) : nullptr;
+}
+
+void __wrap_free(void* block) {
+    if (test::counters && block) {
+        ++test::counters->freed;
+        test::counters->freed_blocks.push_back(block);
+    }
+    __real_free(block);
+}
+}
