@@ -1,0 +1,192 @@
+#include "model/twin.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cstdlib>
+#include <limits>
+#include <utility>
+
+#include "support/bits.h"
+
+namespace test {
+namespace {
+
+template <class T>
+T special_value(Random& random) {
+    using Limits = std::numeric_limits<T>;
+    const T values[] = {Limits::quiet_NaN(),
+                        -Limits::quiet_NaN(),
+                        Limits::signaling_NaN(),
+                        Limits::infinity(),
+                        -Limits::infinity(),
+                        Limits::denorm_min(),
+                        -Limits::denorm_min(),
+                        Limits::min(),
+                        Limits::min() * T{0.75},
+                        Limits::max(),
+                        Limits::lowest(),
+                        T{0},
+                        -T{0},
+                        T{1} + Limits::epsilon()};
+    return values[random.bits() % std::size(values)];
+}
+
+template <class T>
+void random_number(Random& random, float hostile, unsigned char* out) {
+    if constexpr (std::is_floating_point_v<T>) {
+        if (random.chance(hostile)) {
+            if (random.chance(0.7f)) {
+                model::store(out, 0, special_value<T>(random));
+            } else {
+                model::store(out, 0, random.bits());
+            }
+        } else if (random.chance(0.3f)) {
+            model::store(out, 0, static_cast<T>(random.between(-3, 3)));
+        } else {
+            const T high = static_cast<T>(random.uniform(-8.0f, 8.0f));
+            const T low = static_cast<T>(random.uniform(-1.0f, 1.0f));
+            model::store(out, 0, high + low / T{16777216});
+        }
+    } else {
+        using Limits = std::numeric_limits<T>;
+        const T edges[] = {Limits::min(), Limits::max(), T{0}, T{1}, static_cast<T>(-1)};
+        model::store(out, 0,
+                     random.chance(0.2f) ? edges[random.bits() % std::size(edges)]
+                                         : static_cast<T>(random.bits()));
+    }
+}
+
+} // namespace
+
+int rounds(int count) {
+    static const double scale = [] {
+        const char* text = std::getenv("LIBIV_TEST_SCALE");
+        return text ? std::atof(text) : 1.0;
+    }();
+    return std::max(1, static_cast<int>(count * scale));
+}
+
+int random_type(Random& random) {
+    const int low = random.between(0, 255);
+    return random.chance(0.9f) ? low : low | static_cast<int>(random.bits() << 8 & 0xffffff00u);
+}
+
+int random_length(Random& random, int least) {
+    if (random.chance(0.04f)) {
+        return random.between(least, 45);
+    }
+    return random.between(least, random.chance(0.5f) ? 5 : 12);
+}
+
+void random_value(Random& random, int type, float hostile, unsigned char* out) {
+    unsigned char value[8];
+    model::with_depth(type, [&](auto zero) {
+        random_number<decltype(zero)>(random, hostile, value);
+        std::memcpy(out, value, sizeof zero);
+    });
+}
+
+float random_hostility(Random& random) {
+    const float choices[] = {0.0f, 0.0f, 0.01f, 0.1f, 0.5f};
+    return choices[random.bits() % std::size(choices)];
+}
+
+void Twin::append_random_bytes(std::size_t count) {
+    for (std::size_t i = 0; i < count; ++i) {
+        bytes_.push_back(static_cast<unsigned char>(random_.bits()));
+    }
+}
+
+Operand Twin::place(int type, int rows, int cols, std::size_t bytes) {
+    append_random_bytes(1 + random_.bits() % 24);
+    const Operand operand = over(bytes_.size(), type, rows, cols);
+    const auto size = static_cast<std::size_t>(model::value_size(type));
+    const auto packed = static_cast<std::size_t>(
+        rows > 0 && cols > 0 ? std::int64_t{rows} * cols * model::channels_of(type) : 0);
+    const std::size_t count = std::max(packed, (bytes + size - 1) / size);
+    bytes_.resize(bytes_.size() + count * size);
+    for (std::size_t i = 0; i < count; ++i) {
+        random_value(random_, type, hostile_, bytes_.data() + operand.offset + i * size);
+    }
+    return operand;
+}
+
+Operand Twin::place_destination(int type, int rows, int cols, std::size_t bytes) {
+    const float hostile = std::exchange(hostile_, 0.0f);
+    const Operand operand = place(type, rows, cols, bytes);
+    hostile_ = hostile;
+    return operand;
+}
+
+Operand Twin::over(std::size_t offset, int type, int rows, int cols) {
+    return {model::header(type, rows, cols, nullptr), offset};
+}
+
+std::unique_ptr<Guarded> Twin::copy(std::size_t misaligned) const {
+    auto side = std::make_unique<Guarded>(bytes_.size(), misaligned);
+    std::copy(bytes_.begin(), bytes_.end(), side->data());
+    return side;
+}
+
+model::Mat Twin::at(Guarded& side, const Operand& operand) {
+    model::Mat mat = operand.mat;
+    mat.data = side.data() + operand.offset;
+    return mat;
+}
+
+void Twin::expect_same(const Operand& dst, NanRule rule) const {
+    const model::Mat expected = at(*model_, dst);
+    const model::Mat actual = at(*library_, dst);
+    if (rule == NanRule::PRODUCED) {
+        expect_same_values(expected, actual, rule);
+    }
+    const int values = std::max(0, model::flat_count(dst.mat));
+    const std::size_t end =
+        dst.offset + static_cast<std::size_t>(values) *
+                         static_cast<std::size_t>(model::value_size(dst.mat.type));
+    for (std::size_t i = 0; i < bytes_.size(); ++i) {
+        if (rule == NanRule::PRODUCED && i >= dst.offset && i < end) {
+            continue;
+        }
+        ASSERT_EQ(+model_->data()[i], +library_->data()[i])
+            << "byte " << static_cast<std::ptrdiff_t>(i) - static_cast<std::ptrdiff_t>(dst.offset)
+            << " from the start of the destination, which ends at byte " << end - dst.offset;
+    }
+}
+
+void Twin::expect_untouched() const {
+    for (std::size_t i = 0; i < bytes_.size(); ++i) {
+        ASSERT_EQ(+bytes_[i], +library_->data()[i]) << "byte " << i << " was written";
+    }
+}
+
+bool Twin::produced_nan(const Operand& dst) const {
+    return model::with_depth(dst.mat.type, [&](auto zero) {
+        const model::Mat mat = at(*model_, dst);
+        for (int i = 0; i < model::flat_count(mat); ++i) {
+            const auto value = model::load<decltype(zero)>(mat.data, i);
+            if (value != value) {
+                return true;
+            }
+        }
+        return false;
+    });
+}
+
+void expect_same_values(const model::Mat& expected, const model::Mat& actual, NanRule rule) {
+    model::with_depth(expected.type, [&](auto zero) {
+        using T = decltype(zero);
+        for (int i = 0; i < model::flat_count(expected); ++i) {
+            const T wanted = model::load<T>(expected.data, i);
+            const T got = model::load<T>(actual.data, i);
+            const bool same =
+                rule == NanRule::PRODUCED ? same_number(wanted, got) : bits(wanted) == bits(got);
+            ASSERT_TRUE(same) << "value " << i << " of " << expected.rows << " x " << expected.cols
+                              << " of type " << expected.type << "\n  is       " << show(got)
+                              << "\n  expected " << show(wanted);
+        }
+    });
+}
+
+} // namespace test

@@ -1,0 +1,87 @@
+// The same bytes twice: the library works on one copy, the model on the other.
+#ifndef LIBIV_TESTS_MODEL_TWIN_H
+#define LIBIV_TESTS_MODEL_TWIN_H
+
+#include <memory>
+#include <vector>
+
+#include "model/library.h"
+#include "support/guarded.h"
+#include "support/random.h"
+
+namespace test {
+
+/// `count` rounds of a random test; LIBIV_TEST_SCALE of the environment multiplies it.
+int rounds(int count);
+
+/// Any type code of eight bits, or rarely one with bits above them.
+int random_type(Random& random);
+
+/// Rows, columns: 0 to 12 mostly, rarely up to 45.
+int random_length(Random& random, int least = 0);
+
+/// Writes one value of the depth. `hostile` is the chance of NaNs, infinities, denormals and such.
+void random_value(Random& random, int type, float hostile, unsigned char* out);
+
+/// A share of hostile values that leaves some cases without any.
+float random_hostility(Random& random);
+
+/// A matrix somewhere in a Twin.
+struct Operand {
+    model::Mat mat; ///< its data is set when the copies are made
+    std::size_t offset;
+};
+
+enum class NanRule {
+    COPIED,  ///< every bit counts
+    PRODUCED ///< any NaN equals any other
+};
+
+/// Operands are laid out one after the other at random alignments with random bytes between; then
+/// `run` makes the two copies and lets both sides work.
+class Twin {
+  public:
+    explicit Twin(Random& random, float hostile = 0.0f) : random_(random), hostile_(hostile) {}
+
+    /// Room for a packed matrix (or `bytes`, when that is more), filled with random values.
+    Operand place(int type, int rows, int cols, std::size_t bytes = 0);
+    /// The same without hostile values, so that a change of any bit is seen.
+    Operand place_destination(int type, int rows, int cols, std::size_t bytes = 0);
+    /// A header over bytes that were placed before.
+    static Operand over(std::size_t offset, int type, int rows, int cols);
+
+    /// `work(side, at)` with side = Library{}, then Scalar{}; at(operand) is that side's matrix.
+    template <class Work>
+    void run(Work work) {
+        const std::size_t misaligned = random_.bits() % 16;
+        library_ = copy(misaligned);
+        model_ = copy(misaligned);
+        work(model::Library{}, [&](const Operand& operand) { return at(*library_, operand); });
+        work(model::Scalar{}, [&](const Operand& operand) { return at(*model_, operand); });
+    }
+
+    /// Fails unless both copies hold the same bytes; the rule concerns the values of `dst`.
+    void expect_same(const Operand& dst, NanRule rule) const;
+    /// Fails if the library wrote anything.
+    void expect_untouched() const;
+    /// True when the model's `dst` holds a NaN.
+    bool produced_nan(const Operand& dst) const;
+
+  private:
+    std::unique_ptr<Guarded> copy(std::size_t misaligned) const;
+    static model::Mat at(Guarded& side, const Operand& operand);
+    void append_random_bytes(std::size_t count);
+
+    Random& random_;
+    float hostile_;
+    std::vector<unsigned char> bytes_;
+    std::unique_ptr<Guarded> library_;
+    std::unique_ptr<Guarded> model_;
+};
+
+/// Fails on the first value in which two packed matrices differ.
+void expect_same_values(const model::Mat& expected, const model::Mat& actual, NanRule rule);
+
+} // namespace test
+
+#endif
