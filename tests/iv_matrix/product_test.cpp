@@ -53,8 +53,8 @@ TYPED_TEST(EachDepthProduct, ResultNeedNotBeSquare) {
     const int type = TypeParam::code;
     Matrix<T> row(type, 1, 2, {1, 2}), column(type, 2, 1, {1, 2});
     Matrix<T> b(type, 2, 3, {1, 2, 3, 4, 5, 6}), b_transposed(type, 3, 2, {1, 4, 2, 5, 3, 6});
-    const auto product = [type](int rows, int cols, iv_mat_t* src1, iv_mat_t* src2, int flags) {
-        Matrix<T> d(type, rows, cols, {99, 99, 99, 99});
+    const auto product = [](int rows, int cols, iv_mat_t* src1, iv_mat_t* src2, int flags) {
+        Matrix<T> d(TypeParam::code, rows, cols, {99, 99, 99, 99});
         iv_mat_mul(src1, src2, d, flags);
         return d.values();
     };
@@ -304,7 +304,7 @@ TEST(MatrixProduct, TermsEnterInAscendingOrder) {
 
 TEST(MatrixProduct, NothingIsSummedFromZero) {
     EXPECT_EQ(bits_of(dot<float>(IV_32F, {-0.0f}, {1.0f})), 0x80000000u);
-    EXPECT_EQ(bits_of(dot<double>(IV_64F, {-0.0, -0.0}, {1.0, 1.0})), 0x8000000000000000u);
+    EXPECT_EQ(bits_of(dot<double>(IV_64F, {-0.0}, {1.0})), 0x8000000000000000u);
 }
 
 } // namespace

@@ -2,6 +2,7 @@
 #include <fmt/format.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <regex>
 
 #include "program.h"
@@ -23,7 +24,6 @@ void expect_well_formed(const std::string& svg) {
     const std::regex tag("<(/?)([a-zA-Z]+)((?: [a-zA-Z0-9:-]+=\"[^\"<]*\")*)(/?)>");
     std::vector<std::string> open;
     std::size_t roots = 0;
-    std::string between = svg;
     for (auto match = std::sregex_iterator(svg.begin(), svg.end(), tag);
          match != std::sregex_iterator(); ++match) {
         const std::string name = (*match)[2];

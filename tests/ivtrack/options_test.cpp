@@ -3,6 +3,8 @@
 #include <gtest/gtest.h>
 #include <libiv.h>
 
+#include <algorithm>
+
 #include "program.h"
 
 namespace test {

@@ -9,6 +9,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <csignal>
 #include <cstdlib>
@@ -54,9 +55,18 @@ pid_t spawn(Arguments words, int in, int out, int err) {
     posix_spawn_file_actions_adddup2(&actions, in, STDIN_FILENO);
     posix_spawn_file_actions_adddup2(&actions, out, STDOUT_FILENO);
     posix_spawn_file_actions_adddup2(&actions, err, STDERR_FILENO);
+    // A shell hands on the default action of SIGPIPE; this process may have another.
+    sigset_t defaults;
+    sigemptyset(&defaults);
+    sigaddset(&defaults, SIGPIPE);
+    posix_spawnattr_t attributes;
+    posix_spawnattr_init(&attributes);
+    posix_spawnattr_setsigdefault(&attributes, &defaults);
+    posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETSIGDEF);
     pid_t pid = -1;
-    const int error = posix_spawnp(&pid, argv[0], &actions, nullptr, argv.data(), environ);
+    const int error = posix_spawnp(&pid, argv[0], &actions, &attributes, argv.data(), environ);
     posix_spawn_file_actions_destroy(&actions);
+    posix_spawnattr_destroy(&attributes);
     errno = error;
     require(error == 0, "posix_spawnp");
     return pid;
@@ -140,6 +150,15 @@ Result run_redirected(const Arguments& arguments, const std::string& input_path,
     close(in);
     close(out);
     return {status, "", take_text(err)};
+}
+
+bool has_terminals() {
+    const int terminal = posix_openpt(O_RDWR | O_NOCTTY);
+    const bool opened = terminal >= 0 && unlockpt(terminal) == 0;
+    if (terminal >= 0) {
+        close(terminal);
+    }
+    return opened;
 }
 
 Result run_on_terminal(const Arguments& arguments) {

@@ -29,6 +29,9 @@ Result run_in_shell(const std::string& script, const Arguments& arguments);
 Result run_redirected(const Arguments& arguments, const std::string& input_path,
                       const std::string& output_path);
 
+/// Whether this machine gives pseudo-terminals.
+bool has_terminals();
+
 /// Runs the program with a terminal as standard output and error; `out` is what the terminal shows.
 Result run_on_terminal(const Arguments& arguments);
 

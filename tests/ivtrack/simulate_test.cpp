@@ -2,8 +2,11 @@
 #include <fmt/format.h>
 #include <gtest/gtest.h>
 
+#include <cmath>
+#include <iterator>
 #include <map>
 #include <set>
+#include <sstream>
 
 #include "program.h"
 

@@ -172,6 +172,9 @@ TEST(IvtrackSummary, IsSilencedByQuiet) {
 }
 
 TEST(IvtrackProgress, ABarIsDrawnForAFileOnATerminalAndErased) {
+    if (!has_terminals()) {
+        GTEST_SKIP() << "this machine gives no pseudo-terminal (is /dev/pts mounted?)";
+    }
     Folder folder;
     const std::string det = folder.write("det.txt", still_rows(1, 50));
     const Result result = run_on_terminal({"track", det, "-o", folder / "out.txt"});
@@ -186,6 +189,9 @@ TEST(IvtrackProgress, ABarIsDrawnForAFileOnATerminalAndErased) {
 }
 
 TEST(IvtrackProgress, NoBarWithoutATerminalOrWhereItWouldMixWithRows) {
+    if (!has_terminals()) {
+        GTEST_SKIP() << "this machine gives no pseudo-terminal (is /dev/pts mounted?)";
+    }
     Folder folder;
     const std::string det = folder.write("det.txt", still_rows(1, 50));
     EXPECT_EQ(run({"track", det, "-o", folder / "out.txt"}).err.find('\r'), std::string::npos);

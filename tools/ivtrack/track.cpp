@@ -138,6 +138,7 @@ void keep_best(std::vector<Detection>& detections, std::size_t count) {
     order.resize(count);
     std::sort(order.begin(), order.end());
     std::vector<Detection> kept;
+    kept.reserve(count);
     for (const std::size_t n : order) {
         kept.push_back(detections[n]);
     }
