@@ -224,18 +224,21 @@ bool confirm(tracker_t* tracker, trk_obj_t* obj) {
     return true;
 }
 
-void update_matched(tracker_t* tracker, trk_obj_t* obj) {
-    const det_obj_t& det = tracker->cur_obj[obj->match_idx];
-    obj->px = obj->x;
-    obj->py = obj->y;
-    obj->pw = obj->w;
-    obj->ph = obj->h;
+void take_detection(trk_obj_t* obj, const det_obj_t& det) {
     obj->c = det.c;
     obj->x = det.x;
     obj->y = det.y;
     obj->w = det.w;
     obj->h = det.h;
     obj->s = det.s;
+}
+
+void update_matched(tracker_t* tracker, trk_obj_t* obj) {
+    obj->px = obj->x;
+    obj->py = obj->y;
+    obj->pw = obj->w;
+    obj->ph = obj->h;
+    take_detection(obj, tracker->cur_obj[obj->match_idx]);
     obj->miss_count = 0;
 
     // A count at its limit stays there and lies beyond every fcnt_stable.
@@ -357,13 +360,7 @@ void tracker_add_objects(tracker_t* tracker) {
         if (!obj) {
             continue;
         }
-        const det_obj_t& det = tracker->cur_obj[n];
-        obj->c = det.c;
-        obj->x = det.x;
-        obj->y = det.y;
-        obj->w = det.w;
-        obj->h = det.h;
-        obj->s = det.s;
+        take_detection(obj, tracker->cur_obj[n]);
         obj->match_idx = n;
         tracker->match_obj[n] = obj;
         list_add_tail(&obj->list, &tracker->track_list);

@@ -1,7 +1,7 @@
 #!/bin/sh
 # readme_program.sh README BUILD_DIR CMAKE CC [EMULATOR...]
 # The C program of the README, built against the installed library alone, compiles without a warning and
-# prints what the README says.
+# prints what the README says; installed tools work.
 set -eu
 readme=$1 build=$2 cmake=$3 cc=$4
 shift 4
@@ -20,3 +20,5 @@ for link in "-L$lib -liv -Wl,-rpath,$lib" "$lib/libiv.a -lm"; do
     "$@" "$work/track" >"$work/printed"
     diff "$work/expected" "$work/printed"
 done
+# The installed host program finds the installed library.
+"$@" "$work/usr/bin/ivtrack" --version
