@@ -10,7 +10,7 @@
 foreach(header CLI/CLI.hpp nlohmann/json.hpp fmt/format.h)
     if(NOT EXISTS /usr/include/${header})
         message(FATAL_ERROR "${header} is missing: install libcli11-dev nlohmann-json3-dev libfmt-dev, "
-                            "or build without the program (-DLIBIV_TOOLS=OFF -DLIBIV_TESTS=OFF)")
+                            "or build without the program (-DLIBIV_TOOLS=OFF)")
     endif()
 endforeach()
 

@@ -10,6 +10,14 @@
 namespace iv::internal {
 namespace {
 
+// Hosts read the record's fields.
+static_assert(offsetof(iv_kalman_t, ns) == 0 && offsetof(iv_kalman_t, nm) == 4 &&
+                  offsetof(iv_kalman_t, x_pre) == 8 &&
+                  offsetof(iv_kalman_t, A) == 8 + 10 * sizeof(void*) &&
+                  offsetof(iv_kalman_t, mbuf) == 8 + 14 * sizeof(void*) &&
+                  sizeof(iv_kalman_t) == 8 + 15 * sizeof(void*),
+              "two dimensions, fourteen matrices, the storage");
+
 /// The matrices of a filter in the order of the record and of the block.
 constexpr iv_mat_t* iv_kalman_t::*FIELDS[MAX_KALMAN_MATRICES] = {
     &iv_kalman_t::x_pre, &iv_kalman_t::x_post, &iv_kalman_t::P_pre, &iv_kalman_t::P_post,
@@ -52,7 +60,8 @@ iv_kalman_t* iv_kalman_create(int ns, int nm, int flag, iv_mat_t* A, iv_mat_t* H
     const int count = getmsizes(msizes, mrows, mcols, ns, nm, flag);
     int total = 0;
     for (int i = 0; i < count; ++i) {
-        total = wrap_add(total, aligned(msizes[i]));
+        msizes[i] = aligned(msizes[i]);
+        total = wrap_add(total, msizes[i]);
     }
     void* block = std::calloc(1, sizeof(iv_kalman_t) + static_cast<std::size_t>(total));
     if (!block) {
@@ -66,7 +75,7 @@ iv_kalman_t* iv_kalman_create(int ns, int nm, int flag, iv_mat_t* A, iv_mat_t* H
     for (int i = 0; i < count; ++i) {
         iv_mat_t* header = reinterpret_cast<iv_mat_t*>(static_cast<void*>(cursor));
         kalman->*FIELDS[i] = iv_mat_initheader(header, mrows[i], mcols[i], IV_32F, header + 1);
-        cursor += aligned(msizes[i]);
+        cursor += msizes[i];
     }
     if (flag) {
         kalman->A = A;

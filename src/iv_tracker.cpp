@@ -241,18 +241,17 @@ void update_matched(tracker_t* tracker, trk_obj_t* obj) {
     take_detection(obj, tracker->cur_obj[obj->match_idx]);
     obj->miss_count = 0;
 
-    // A count at its limit stays there and lies beyond every fcnt_stable.
-    const int count_before = obj->match_count;
-    const bool at_limit = count_before == INT_MAX;
-    obj->match_count = at_limit ? INT_MAX : count_before + 1;
-    const bool beyond = at_limit || obj->match_count > tracker->fcnt_stable;
-    const bool reached = !beyond && obj->match_count == tracker->fcnt_stable;
-
-    // A lowered fcnt_stable may leave a track beyond it that never had a filter: it is confirmed
-    // now.
+    // Compared before it is counted up: a count at its limit stays there, beyond every fcnt_stable.
+    const int matches = obj->match_count;
+    const bool beyond = matches >= tracker->fcnt_stable;
+    const bool reached = !beyond && matches + 1 == tracker->fcnt_stable;
+    if (matches < INT_MAX) {
+        ++obj->match_count;
+    }
+    // A lowered fcnt_stable may leave a track beyond it without a filter: it is confirmed now.
     if (reached || (beyond && !obj->kalman)) {
         if (!confirm(tracker, obj)) {
-            obj->match_count = count_before; // so that the next match tries again
+            obj->match_count = matches; // so that the next match tries again
         }
     } else if (beyond) {
         kalman_correct(obj);
@@ -269,13 +268,15 @@ void remove_track(tracker_t* tracker, trk_obj_t* obj) {
 }
 
 void update_missed(tracker_t* tracker, trk_obj_t* obj) {
-    const bool at_limit = obj->miss_count == INT_MAX;
-    obj->miss_count = at_limit ? INT_MAX : obj->miss_count + 1;
     const bool tentative = !is_confirmed(obj);
-    if (at_limit || obj->miss_count > tracker->fcnt_removal ||
-        (tentative && obj->miss_count > TENTATIVE_MISSES)) {
+    // Compared before it is counted up, the count never passes its limit.
+    if (obj->miss_count >= tracker->fcnt_removal ||
+        (tentative && obj->miss_count >= TENTATIVE_MISSES)) {
         remove_track(tracker, obj);
-    } else if (tentative && obj->miss_count > TENTATIVE_MISSES_COUNTED) {
+        return;
+    }
+    ++obj->miss_count;
+    if (tentative && obj->miss_count > TENTATIVE_MISSES_COUNTED) {
         obj->match_count = 0;
     }
 }
@@ -401,10 +402,12 @@ void tracker_get_tracks(tracker_t* tracker, float (*output)[8]) {
         row[6] = obj->s;
         row[7] = static_cast<float>(obj->match_idx);
         if (++n == tracker->nmaxobjs) {
-            return; // a full list has no end mark
+            break; // a full list has no end mark
         }
     }
-    output[n][0] = -1.0f;
+    if (n < tracker->nmaxobjs) {
+        output[n][0] = -1.0f;
+    }
 }
 
 } // namespace iv::internal

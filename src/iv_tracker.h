@@ -1,9 +1,9 @@
 /*
- * The tracker's records and the steps of a frame. Nothing here is exported: hosts see an opaque
- * handle.
+ * The tracker's records and the steps of a frame. Nothing here is exported: hosts see a handle.
  *
  * Boxes are in centre form (centre x, centre y, width, height); only the rows that a host passes
- * and receives carry corners. All arithmetic is plain single precision, nothing is fused.
+ * and receives carry corners. The tracker's own arithmetic is plain single precision, and nothing
+ * of it is fused.
  */
 #ifndef LIBIV_TRACKER_H
 #define LIBIV_TRACKER_H
@@ -39,7 +39,7 @@ struct trk_obj_t {
     iv_mat_t* obv;        ///< measurement (4 x 1) for the filter; null while tentative; owned
     float pr_x, pr_y, pr_w, pr_h; ///< box predicted for the current frame
     int match_idx;                ///< detection matched in the current frame, or -1
-    int miss_count;               ///< frames missed in a row; stays at INT_MAX
+    int miss_count;               ///< frames missed in a row
     int match_count;              ///< matches counted toward confirmation; stays at INT_MAX
 };
 

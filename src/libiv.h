@@ -1,23 +1,24 @@
 /*
- * libiv - multi-object tracking for video analytics, with the matrices and the Kalman filter under
- * it.
+ * libiv - multi-object tracking for video analytics, and the matrices and Kalman filter under it.
  *
  * This is the public header. A host that only tracks needs nothing else: see "Tracker" below. A
- * host that reads matrix or filter records field by field includes _libiv.h, which includes this
- * file.
+ * host that reads matrix or filter records field by field includes _libiv.h, which includes this.
  *
  * Conventions, for every function below unless it says otherwise:
  *
  *  - Errors.  The library is silent: it prints nothing and keeps no error state. A function whose
- *    operands do not fit together returns without writing anything. Null pointers are not tested.
+ *             operands do not fit together returns without writing anything. Null pointers are not
+ *             tested.
  *  - Types.   "The same type" means equal `type` fields, all 32 bits of them.
  *  - Storage. Matrices are dense and row-major. Values need not be aligned.
- *  - Floats.  Sums run in ascending index with one accumulator and one fused multiply-add per term,
- * so equal inputs give equal bits on every machine. A NaN that arithmetic produced is the
- * exception: processors disagree about its sign and payload. Copied and sign-flipped NaNs keep
- * their bits.
+ *  - Floats.  Equal inputs give equal bits on every machine: every result has one order of
+ *             operations. Matrix products sum in ascending index, with one accumulator and one
+ *             fused multiply-add per term. Two exceptions: a NaN that arithmetic produced
+ *             (processors disagree about its sign and payload), and the inverse of a singular
+ *             matrix (it may depend on earlier calls). NaNs that are only copied or sign-flipped
+ *             keep their bits.
  *  - Threads. Functions are reentrant on disjoint data, but for those that say "Shares the
- * inverse's work area": at most one of those may run at a time in the whole process.
+ *             inverse's work area": at most one of those may run at a time in the whole process.
  *
  * The header is valid C99 and C++11.
  */
@@ -69,8 +70,8 @@ typedef struct _iv_kalman_t iv_kalman_t;
  *     iv_tracker_release(tracker);
  *
  * Coordinates are in units of the host's choice, the same for x and y. The choice matters: a
- * detection is never associated with a track whose predicted centre is 10 or more units away. An
- * image width of 64 units serves most scenes.
+ * detection is never associated with a track whose predicted centre is 10 or more units away. 16 to
+ * 100 units to the width of the image are a good start.
  * ---------------------------------------------------------------------------------------------- */
 
 /**
@@ -79,19 +80,20 @@ typedef struct _iv_kalman_t iv_kalman_t;
  * @param im_w          image width; stored, takes part in no computation
  * @param im_h          image height; likewise
  * @param nmaxobjs      capacity, at least 1: the most detections read per frame, tracks alive and
- * rows written. Twice the fullest frame is a good choice.
- * @param euc_thresh    distance gate on the *squared* centre distance, in units squared; clamped to
- * 0..1, NaN becomes 1. A detection this near its track needs no overlap with it.
+ *                      rows written. Twice the fullest frame is a good choice.
+ * @param euc_thresh    distance gate on the *squared* centre distance, in units squared; clamped
+ *                      to 0..1, NaN becomes 1. A detection this near its track needs no overlap
+ *                      with it.
  * @param iou_thresh    overlap gate on intersection over union, clamped likewise. A detection
- * beyond the distance gate must overlap the predicted box by more than this. A value of 1 rejects
- * every association.
+ *                      beyond the distance gate must overlap the predicted box by more than this.
+ *                      A value of 1 rejects every association.
  * @param fcnt_stable   matched frames after which a track is confirmed and gets its id; at least 1
- * @param fcnt_removal  consecutive missed frames that a track survives; at least 1. A track that is
- * not confirmed is removed at its 6th miss at the latest, and starts counting its matches anew at
- * its 4th and 5th.
+ * @param fcnt_removal  consecutive missed frames that a track survives; at least 1. A track that
+ *                      is not confirmed is removed at its 6th miss at the latest, and starts
+ *                      counting its matches anew at its 4th and 5th.
  * @param ignore_class  non-zero: a detection may continue a track of another class
  * @return the handle, or null iff an allocation fails (nothing stays allocated then). The caller
- * ends its life with iv_tracker_release.
+ *         ends its life with iv_tracker_release.
  */
 LIBIV_API void* iv_tracker_create(int im_w, int im_h, int nmaxobjs, float euc_thresh,
                                   float iou_thresh, int fcnt_stable, int fcnt_removal,
@@ -103,9 +105,9 @@ LIBIV_API void* iv_tracker_create(int im_w, int im_h, int nmaxobjs, float euc_th
  * Unlike creation it clamps nothing, so a host may switch a gate off altogether: a negative
  * `euc_thresh` always asks for overlap, an `iou_thresh` of 1 or more rejects every association.
  * `fcnt_removal` below 1 removes a track at its first miss. `fcnt_stable` below 1 confirms a track
- * in its first frame. A confirmed track whose count of matches lies below a raised `fcnt_stable` is
- * not corrected until it reaches it; it is then confirmed anew, with a new id, and its old filter
- * stays allocated for good.
+ * in its first frame. A confirmed track whose count of matches lies below a raised `fcnt_stable`
+ * is not corrected until it reaches it; it is then confirmed anew, with a new id, and its old
+ * filter stays allocated for good.
  */
 LIBIV_API void iv_tracker_set_params(void* handle, float euc_thresh, float iou_thresh,
                                      int fcnt_stable, int fcnt_removal, int ignore_class);
@@ -113,19 +115,21 @@ LIBIV_API void iv_tracker_set_params(void* handle, float euc_thresh, float iou_t
 /**
  * Takes one frame. A frame without detections must be passed too, or its misses are not counted.
  *
- * @param input   rows of class, left, top, right, bottom, score. The list ends at a row whose class
- * is 0 (so detectors that number from 0 must be renumbered) or after `nmaxobjs` rows; in that case
- * the class of the row behind them is still read. The class is truncated toward zero; out of range
- * it saturates, NaN gives class 0 without ending the list. Nothing is filtered, sorted or clamped.
+ * @param input   rows of class, left, top, right, bottom, score. The list ends at a row whose
+ *                class is 0 (so detectors that number from 0 must be renumbered) or after
+ *                `nmaxobjs` rows; in that case the class of the row behind them is still read. The
+ *                class is truncated toward zero; out of range it saturates, NaN gives class 0
+ *                without ending the list. Nothing is filtered, sorted or clamped.
  * @param output  null, or `nmaxobjs` rows of id, class, left, top, right, bottom, score, index of
- * the input row matched in this frame or -1. Every confirmed track that missed at most two frames
- * in a row is written, oldest first; a coasting track repeats its last box and score. Ids run from
- * 1 to 1048574 and then start again. A row whose id is -1 (its other columns are not written) ends
- * the list unless all `nmaxobjs` rows are in use.
+ *                the input row matched in this frame or -1. Every confirmed track that missed at
+ *                most two frames in a row is written, oldest first; a coasting track repeats its
+ *                last box and score. Ids run from 1 to 1048574 and then start again. A row whose
+ *                id is -1 (its other columns are not written) ends the list unless all `nmaxobjs`
+ *                rows are in use.
  *
- * Allocates only when a track starts (once) or is confirmed (twice); a detection whose track cannot
- * be allocated is left out, a confirmation that cannot be allocated is tried again at the next
- * match. Shares the inverse's work area. An instance is used by one thread at a time.
+ * Allocates only when a track starts (once) or is confirmed (twice); a detection whose track
+ * cannot be allocated is left out, a confirmation that cannot be allocated is tried again at the
+ * next match. Shares the inverse's work area. An instance is used by one thread at a time.
  */
 LIBIV_API void iv_tracker_process(void* handle, float (*input)[6], float (*output)[8]);
 
@@ -150,14 +154,17 @@ LIBIV_API iv_mat_t* iv_mat_initheader(iv_mat_t* mat, int rows, int cols, int typ
 
 /**
  * Makes a matrix in one heap block, header first, values right behind it and not initialised. Sizes
- * must not be negative; zero is fine. The size is computed in 32 bits: above 2 GiB it wraps.
+ * must not be negative; zero is fine. The byte count is 32 bits wide and wraps from 2 GiB on.
  *
- * @return the matrix, or null iff the allocation fails. The caller releases it with iv_mat_release.
+ * @return the matrix, or null iff the allocation fails. The caller releases it with
+ *         iv_mat_release.
  */
 LIBIV_API iv_mat_t* iv_mat_create(int rows, int cols, int type);
 
-/** Frees `mat` iff it is not null and its values start right behind its header, as iv_mat_create
- * makes it. */
+/**
+ * Frees `mat` iff it is not null and its values start right behind its header, as iv_mat_create
+ * makes it.
+ */
 LIBIV_API void iv_mat_release(iv_mat_t* mat);
 
 /** Clears `rows` x `step` bytes: all channels. */
@@ -184,7 +191,7 @@ LIBIV_API void iv_mat_setidentity(iv_mat_t* mat);
  * `pvals`[k] at element (k, k), zeros elsewhere, in channel 0; else like iv_mat_setidentity.
  *
  * @param pvals  min(rows, cols) values of the matrix's scalar type, and at least one; copied bit
- * for bit
+ *               for bit
  */
 LIBIV_API void iv_mat_setdiagonal(void* pvals, iv_mat_t* mat);
 
@@ -194,17 +201,14 @@ LIBIV_API void iv_mat_setone(iv_mat_t* mat);
 /* ------------------------------------------------------------------------------------------------
  * Element-wise arithmetic: any depth, any number of channels, `step` not read.
  *
- * Write nothing iff types, rows or cols of the operands differ. Integers wrap around at their
- * width. Storage may overlap in any way: values are read and written one at a time in ascending
- * order.
+ * Nothing is written if types, rows or cols of the operands differ. Integers wrap around at their
+ * width. Storage may overlap in any way: values are read and written one at a time, ascending.
  * ---------------------------------------------------------------------------------------------- */
 
-/** dst = -src. Floats flip their sign bit. IV_8U and IV_16U have no negation: nothing is written.
- */
+/** dst = -src. Floats flip their sign bit. For IV_8U and IV_16U nothing is written. */
 LIBIV_API void iv_mat_neg(iv_mat_t* src, iv_mat_t* dst);
 
-/** dst = src * value. `pval` points to one value of the matrix's scalar type, and is always read.
- */
+/** dst = src * value. `pval` points to one value of the matrix's scalar type; it is always read. */
 LIBIV_API void iv_mat_scale(void* pval, iv_mat_t* src, iv_mat_t* dst);
 
 /** dst = src1 + src2. */
@@ -214,7 +218,7 @@ LIBIV_API void iv_mat_add(iv_mat_t* src1, iv_mat_t* src2, iv_mat_t* dst);
 LIBIV_API void iv_mat_sub(iv_mat_t* src1, iv_mat_t* src2, iv_mat_t* dst);
 
 /**
- * dst = transpose of src, channels staying together. Writes nothing iff the types differ or `dst`
+ * dst = transpose of src, channels staying together. Writes nothing if the types differ or `dst`
  * is not cols x rows of `src`. Elements move one at a time along the rows of `src`: on a square
  * matrix with `dst` == `src` the upper triangle is mirrored into the lower one.
  */
@@ -223,9 +227,9 @@ LIBIV_API void iv_mat_transpose(iv_mat_t* src, iv_mat_t* dst);
 /* ------------------------------------------------------------------------------------------------
  * Products: any depth, one channel. Integers wrap around at their width.
  *
- * Write nothing iff the types differ, an operand has more than one channel, or the shapes do not
- * fit. `dst` must not share storage with a factor. Mode bits are in _libiv.h; other bits are
- * ignored.
+ * Nothing is written if the types differ, an operand has more than one channel, or the shapes do
+ * not fit. `dst` must not share storage with a factor. Mode bits are in _libiv.h; all other bits
+ * are ignored.
  * ---------------------------------------------------------------------------------------------- */
 
 /**
@@ -261,15 +265,17 @@ LIBIV_API void iv_mat_submul(iv_mat_t* src1, iv_mat_t* src2, iv_mat_t* src3, iv_
  * the inverse's work area: calls must be serialised in the whole process.
  *
  * @return -1 iff the types or shapes differ, the type is not IV_32F with one channel, or the order
- * is above 40 (nothing is written then); else 0. A singular matrix is not detected: the result
- * holds infinities or NaNs, and the status is 0.
+ *         is above 40 (nothing is written then); else 0. A singular matrix is not detected: the
+ *         result holds infinities, NaNs or meaningless numbers, it may depend on earlier calls, and
+ *         the status is 0.
  */
 LIBIV_API int iv_mat_inv(iv_mat_t* src, iv_mat_t* dst);
 
 /* ------------------------------------------------------------------------------------------------
  * Fixed 3x3 and 3-vector kernels, on plain arrays. Outputs must not overlap inputs; inputs may
- * alias. Products, cross and dot sum in double precision and round once; the rest is single
- * precision.
+ * alias. Products and the dot product sum in double precision, the middle term first, and round
+ * once; so does each difference of the cross product. The rest is single precision, and of the
+ * determinant's products every second one is rounded, the others fused.
  * ---------------------------------------------------------------------------------------------- */
 
 /** C = A * B. */
@@ -303,11 +309,11 @@ LIBIV_API float _vecdotp_3(float* x, float* y);
  * Makes a filter in one zero-filled block.
  *
  * @param flag  zero: the filter owns its model A (ns x ns), H (nm x ns), Q (ns x ns), R (nm x nm),
- * all zero for the caller to fill through the record, and the pointers are ignored. Non-zero: it
- *              refers to the caller's four matrices, which must outlive it and may be shared by
- * filters.
+ *              all zero for the caller to fill through the record, and the pointers are ignored.
+ *              Non-zero: it refers to the caller's four matrices, which must outlive it and may be
+ *              shared by filters.
  * @return the filter, or null iff the allocation fails. The caller ends it with iv_kalman_release;
- * the matrices in it must never be passed to iv_mat_release.
+ *         the matrices in it must never be passed to iv_mat_release.
  */
 LIBIV_API iv_kalman_t* iv_kalman_create(int ns, int nm, int flag, iv_mat_t* A, iv_mat_t* H,
                                         iv_mat_t* Q, iv_mat_t* R);
@@ -315,8 +321,10 @@ LIBIV_API iv_kalman_t* iv_kalman_create(int ns, int nm, int flag, iv_mat_t* A, i
 /** Frees the filter, not a caller's model. A null pointer is fine. */
 LIBIV_API void iv_kalman_release(iv_kalman_t* kalman);
 
-/** x_pre = A x_post; P_pre = A P_post' A' + Q. Repeated without a correction, it gives the same
- * again. */
+/**
+ * x_pre = A x_post; P_pre = A P_post' A' + Q. Repeated without a correction, it gives the same
+ * again.
+ */
 LIBIV_API void iv_kalman_predict(iv_kalman_t* kalman);
 
 /**

@@ -57,8 +57,9 @@ void iv_mat_scale(void* pval, iv_mat_t* src, iv_mat_t* dst) {
     }
     visit_depth(src->type, [pval, src, dst](auto tag) {
         using T = TypeOf<decltype(tag)>;
-        // Read once, before anything is written: the value may lie in the destination.
-        const T factor = static_cast<const Cell<T>*>(pval)->value;
+        // Read once, before anything is written, and also for an empty matrix: the value may lie in
+        // the destination, and a compiler may not move the read.
+        const T factor = static_cast<const volatile Cell<T>*>(pval)->value;
         map<T>(src, dst, [factor](T value) { return Arithmetic<T>::mul(value, factor); });
     });
 }

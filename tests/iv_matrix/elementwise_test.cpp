@@ -5,6 +5,7 @@
 #include <limits>
 #include <type_traits>
 
+#include "support/forbidden_page.h"
 #include "support/matrix.h"
 
 namespace {
@@ -179,6 +180,12 @@ TYPED_TEST(EachDepthElementwise, EmptyMatricesWriteNothing) {
         iv_mat_sub(a, a, a);
         EXPECT_EQ(a.values(), (std::vector<T>{5, 5})) << shape.rows << " x " << shape.cols;
     }
+}
+
+TYPED_TEST(EachDepthElementwise, TheFactorIsReadEvenForAnEmptyMatrix) {
+    Matrix<typename TypeParam::Scalar> a(TypeParam::code, 0, 3, {5});
+    const test::ForbiddenPage page;
+    EXPECT_DEATH(iv_mat_scale(page.end(), a, a), "");
 }
 
 TYPED_TEST(EachDepthElementwise, StepIsNotRead) {

@@ -78,6 +78,10 @@ TYPED_TEST(EachDepthFill, DiagonalOfAnEmptyMatrixReadsAndWritesOneValue) {
     Matrix<T> no_rows(TypeParam::code, 0, 2, std::vector<T>(4, T{9}));
     iv_mat_setdiagonal(diagonal.data(), no_rows);
     EXPECT_EQ(no_rows.values(), (std::vector<T>{5, 0, 0, 9}));
+    // Counted from (-1 - 1) * 3 - 1 up to -1 * 3.
+    Matrix<T> negative(TypeParam::code, -1, 3, std::vector<T>(6, T{9}));
+    iv_mat_setdiagonal(diagonal.data(), negative);
+    EXPECT_EQ(negative.values(), (std::vector<T>{5, 0, 0, 0, 0, 9}));
 }
 
 TYPED_TEST(EachDepthFill, OnesFillAllChannels) {

@@ -68,10 +68,7 @@ TYPED_TEST_SUITE(EachDepthRecord, test::AllDepths, test::DepthNames);
 
 TYPED_TEST(EachDepthRecord, StepAndBlockHoldAllChannels) {
     constexpr int size = sizeof(typename TypeParam::Scalar);
-#pragma GCC diagnostic push
-#pragma GCC diagnostic ignored "-Wold-style-cast"
     EXPECT_EQ(IV_ELEM_SIZE1(TypeParam::code), size);
-#pragma GCC diagnostic pop
     for (const int channels : {1, 2, 3, 31, 32}) {
         const int type = IV_MAKETYPE(TypeParam::code, channels);
         iv_mat_t header;

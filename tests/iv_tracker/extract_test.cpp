@@ -2,8 +2,10 @@
 #include <gtest/gtest.h>
 
 #include <climits>
+#include <cstring>
 
 #include "iv_tracker/instance.h"
+#include "support/forbidden_page.h"
 #include "support/matrix.h"
 
 namespace {
@@ -114,6 +116,22 @@ TEST(TrackerExtract, StopsAtTheCapacity) {
     extract(instance, {detection(1, 0, 0), detection(2, 0, 0), detection(3, 0, 0)});
     EXPECT_EQ(instance->ncurobjs, 2);
     EXPECT_EQ(instance->cur_obj[1].c, 2);
+}
+
+TEST(TrackerExtract, ClassOfTheRowBehindAFullListIsReadAndNoMore) {
+    Settings settings;
+    settings.nmaxobjs = 2;
+    const Instance instance(settings);
+    const test::ForbiddenPage page;
+    const std::vector<Detection> rows{detection(1, 0, 0), detection(2, 0, 0), detection(3, 0, 0)};
+    const auto extract_at = [&](std::size_t readable) {
+        void* input = page.end(readable);
+        std::memcpy(input, rows.data(), readable);
+        tracker_extract(instance, static_cast<float(*)[6]>(input));
+    };
+    extract_at(2 * sizeof(Detection) + sizeof(float));
+    EXPECT_EQ(instance->ncurobjs, 2);
+    EXPECT_DEATH(extract_at(2 * sizeof(Detection)), "");
 }
 
 TEST(TrackerExtract, EndMayStandRightBehindTheCapacity) {

@@ -9,7 +9,6 @@
 namespace {
 
 using namespace iv::internal;
-using test::bits_of;
 using test::Detection;
 using test::detection;
 using test::Instance;
@@ -103,13 +102,6 @@ TEST(TrackerMatch, CeilingStandsHoweverLowTheThresholds) {
     EXPECT_EQ(scene.held_by(0), NONE);
 }
 
-TEST(TrackerMatch, DistanceIsNotFused) {
-    Scene scene({detection(1, 0, 0)});
-    scene.set(&Settings::euc_thresh, 100.0f);
-    scene.match({Detection{1, 0.6f, 1.7f, 0.6f, 1.7f, 1}});
-    EXPECT_EQ(bits_of(scene.score(0)), 0x40500000u);
-}
-
 TEST(TrackerMatch, NearestTrackIsTheCandidate) {
     Scene scene({detection(1, 0, 0), detection(1, 3, 0), detection(1, 2, 0)});
     scene.match({detection(1, 2.25f, 0)});
@@ -147,6 +139,17 @@ TEST(TrackerMatch, LaterStrictlyNearerDetectionTakesTheTrackOver) {
     EXPECT_EQ(scene.track()->x, 0.5f);
     EXPECT_EQ(scene->track_count, 2) << "the earlier one starts a track";
     EXPECT_EQ(scene.track(1)->x, 1.0f);
+}
+
+TEST(TrackerMatch, DetectionThatLosesItsTrackIsDroppedWithoutRoom) {
+    Settings settings = tentative();
+    settings.nmaxobjs = 2;
+    Scene scene({detection(1, 0, 0), detection(1, 50, 0)}, settings);
+    scene.process({detection(1, 1, 0), detection(1, 0.5f, 0)});
+    EXPECT_EQ(scene->track_count, 2);
+    EXPECT_EQ(scene.track(0)->x, 0.5f);
+    EXPECT_EQ(scene.track(1)->x, 50.0f);
+    EXPECT_EQ(scene->match_obj[0], nullptr);
 }
 
 TEST(TrackerMatch, EachNearerDetectionTakesOverFromTheOneBefore) {

@@ -38,15 +38,25 @@ TEST(IvtrackCapacity, OfEqualScoresTheEarlierAreKept) {
     EXPECT_EQ(detections_of(objects_of(result.out)[0]), (std::vector<int>{1, 2}));
 }
 
-TEST(IvtrackCapacity, AWarningSaysOnceHowManyWereDroppedAndTheSummaryCountsAll) {
-    const Result result =
-        run({"track", "-", "--max-objects", "3"}, crowd(1, {1, 1, 1}) + crowd(4, {1, 1, 1, 1, 1}) +
-                                                      crowd(5, {1, 1, 1, 1}) + crowd(6, {1}));
+TEST(IvtrackCapacity, WarningsSayHowManyWereDroppedAStreamsAtOnceToo) {
+    const std::string crowds =
+        crowd(1, {1, 1, 1}) + crowd(4, {1, 1, 1, 1, 1}) + crowd(5, {1, 1, 1, 1}) + crowd(6, {1});
+    const std::string first =
+        "ivtrack: warning: 2 detections dropped in one frame, lowest scores first; the capacity is "
+        "3 "
+        "objects (--max-objects), --max-objects changes it";
+    const std::string all =
+        "ivtrack: warning: 3 detections dropped in 2 frames, lowest scores first; the capacity is "
+        "3 "
+        "objects (--max-objects), --max-objects changes it";
+    const Result result = run({"track", "-", "--max-objects", "3"}, crowds);
     EXPECT_EQ(result.status, 0);
-    EXPECT_EQ(lines_of(result.err)[0],
-              "ivtrack: warning: frame 4 holds 5 detections, 2 of them dropped (lowest scores "
-              "first): the capacity is 3, see --max-objects");
-    EXPECT_EQ(result.err.find("warning"), result.err.rfind("warning"));
+    EXPECT_EQ(lines_of(result.err)[0], first);
+    EXPECT_EQ(lines_of(result.err)[1], all);
+    Folder folder;
+    const Result of_file =
+        run({"track", folder.write("det.jsonl", crowds), "--max-objects", "3", "-q"});
+    EXPECT_EQ(of_file.err, all + "\n") << "also without a summary";
     EXPECT_EQ(summary_value(result.err, "dropped above the capacity"), "3 detections in 2 frames");
     EXPECT_EQ(summary_value(result.err, "detections"), "10");
 }
@@ -67,7 +77,8 @@ TEST(IvtrackCapacity, AStreamsIs1024) {
     const Result result =
         run({"track", "-", "--stable", "1"}, crowd(1, std::vector<double>(1025, 0.5)));
     EXPECT_EQ(summary_value(result.err, "capacity"), "1024 objects (default)");
-    EXPECT_NE(result.err.find("1 of them dropped"), std::string::npos) << result.err;
+    EXPECT_NE(result.err.find("1 detections dropped in one frame"), std::string::npos)
+        << result.err;
     EXPECT_EQ(objects_of(result.out)[0]["tracks"].size(), 1024u);
 }
 

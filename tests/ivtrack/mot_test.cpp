@@ -62,6 +62,18 @@ TEST(IvtrackMot, TenColumnsThatEndInCoordinatesHaveNoClass) {
     EXPECT_EQ(class_of("1,-1,100,120,50,80,0.9,4.5,-1,-1"), "1");
 }
 
+TEST(IvtrackMot, AClassThatCannotBeKeptIsRefusedInTenColumnsToo) {
+    for (const char* number : {"9223372036854775808", "4.0", "1e3"}) {
+        const Result result = run({"track", "-", "--width", "640"},
+                                  fmt::format("1,-1,100,120,50,80,0.9,{},-1,-1\n", number));
+        EXPECT_EQ(result.status, 2) << number;
+        EXPECT_EQ(result.err,
+                  fmt::format("ivtrack: <stdin>:1: \"{}\": expected a class (an integer) "
+                              "in column 8\n",
+                              number));
+    }
+}
+
 TEST(IvtrackMot, TenColumnsThatEndInTwoFillersHaveAClass) {
     EXPECT_EQ(class_of("1,-1,100,120,50,80,0.9,4,-1,-1"), "4");
     EXPECT_EQ(class_of("1,-1,100,120,50,80,0.9,4,-1.0,-1"), "4");

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <filesystem>
 
 #include "program.h"
@@ -131,6 +132,26 @@ TEST(IvtrackOutput, AnEarlierFileIsReplaced) {
     const std::string out = folder.write("out.txt", std::string(5000, 'x'));
     EXPECT_EQ(run({"track", det, "-o", out}).status, 0);
     EXPECT_EQ(read_file(out), "3,1,100,100,50,80,0.9,1,-1,-1\n");
+}
+
+TEST(IvtrackOutput, RowsAreReadBackAlsoWhereABoxShrinksToNothing) {
+    std::string scene;
+    for (int frame = 1; frame <= 29; ++frame) {
+        const int side = std::max(0, 600 - 60 * frame);
+        scene += fmt::format("{},-1,{},{},{},{},0.9\n", frame, 500 - side / 2, 300 - side / 2, side,
+                             side);
+    }
+    const Result tracks = run({"track", "-", "--width", "1000"}, scene);
+    EXPECT_EQ(lines_of(tracks.out).size(), 27u);
+    EXPECT_EQ(run({"draw", "-"}, tracks.out).status, 0);
+    EXPECT_EQ(run({"track", "-", "--width", "1000"}, tracks.out).status, 0);
+}
+
+TEST(IvtrackOutput, AStreamThatIsRefusedLeavesAnEarlierOutputAsItWas) {
+    Folder folder;
+    const std::string earlier = folder.write("out.txt", "precious\n");
+    EXPECT_EQ(run({"track", "-", "-o", earlier}, still_rows(1, 4)).status, 2) << "no width";
+    EXPECT_EQ(read_file(earlier), "precious\n");
 }
 
 TEST(IvtrackHost, LetsItsTracksGoBeforeItReleasesTheTracker) {

@@ -110,6 +110,15 @@ TEST(IvtrackWidth, AStreamMayGiveItInItsFirstFrame) {
     EXPECT_EQ(width_of(result), "800 px (\"width\" of the input)");
 }
 
+TEST(IvtrackWidth, FramesThatDisagreeAreRefusedUnlessTheOptionDecides) {
+    const std::string stream = json_line(1, ",\"width\":800") + json_line(2, ",\"width\":801");
+    const Result result = run({"track", "-"}, stream);
+    EXPECT_EQ(result.status, 2);
+    EXPECT_EQ(result.err, "ivtrack: <stdin>:2: \"801\": expected the same width as before, 800\n");
+    EXPECT_EQ(objects_of(result.out).size(), 1u);
+    EXPECT_EQ(run({"track", "-", "--width", "800"}, stream).status, 0);
+}
+
 TEST(IvtrackWidth, TheWidthDecidesTheScale) {
     // 15 pixels a frame without overlap: 1.5 units of an image of 640, 0.75 of one of 1280.
     std::string scene;

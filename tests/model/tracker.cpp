@@ -265,7 +265,9 @@ void Tracker::report(float (*output)[8]) const {
             return;
         }
     }
-    output[n][0] = -1.0f;
+    if (n < capacity_) {
+        output[n][0] = -1.0f;
+    }
 }
 
 } // namespace model

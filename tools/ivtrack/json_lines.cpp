@@ -48,16 +48,17 @@ json parse_object(const std::string& line) {
     }
 }
 
-/// The value of a key, or null when it is absent.
-const json& value_of(const json& object, const char* key) {
-    static const json absent;
-    const auto found = object.find(key);
-    return found == object.end() ? absent : *found;
-}
-
 /// Text of a value for a message. Strings may hold any bytes, so they are replaced, not refused.
 std::string text_of(const json& value) {
     return value.dump(-1, ' ', false, json::error_handler_t::replace);
+}
+
+const json& value_of(const json& object, const char* key, const std::string& expected) {
+    const auto found = object.find(key);
+    if (found == object.end()) {
+        throw BadValue{text_of(object), expected};
+    }
+    return *found;
 }
 
 std::int64_t integer(const json& value, const std::string& expected) {
@@ -77,8 +78,9 @@ double number(const json& value, const std::string& expected) {
     return value.get<double>();
 }
 
-Box parse_box(const json& value) {
+Box parse_box(const json& detection) {
     constexpr const char* EXPECTED = "\"box\" of four numbers [x1,y1,x2,y2]";
+    const json& value = value_of(detection, "box", EXPECTED);
     if (!value.is_array() || value.size() != 4) {
         throw BadValue{text_of(value), EXPECTED};
     }
@@ -92,17 +94,18 @@ Detection parse_detection(const json& value, std::int64_t index) {
     if (!value.is_object()) {
         throw BadValue{text_of(value), "a detection: an object with \"box\" and \"score\""};
     }
-    Detection detection{NO_CLASS, parse_box(value_of(value, "box")), 0.0f, index};
-    detection.score = checked_score(number(value_of(value, "score"), "\"score\", a number"));
+    constexpr const char* SCORE = "\"score\", a number";
+    Detection detection{NO_CLASS, parse_box(value), 0.0f, index};
+    detection.score = checked_score(number(value_of(value, "score", SCORE), SCORE));
     if (value.contains("class")) {
-        detection.class_number = integer(value_of(value, "class"), "\"class\", an integer");
+        detection.class_number = integer(value["class"], "\"class\", an integer");
     }
     return detection;
 }
 
 class JsonReader : public FrameReader {
   public:
-    explicit JsonReader(Input& input) : input_(input) {}
+    JsonReader(Input& input, bool width_given) : input_(input), width_given_(width_given) {}
 
     std::optional<Frame> next() override {
         return read([this](std::int64_t number) {
@@ -145,9 +148,10 @@ class JsonReader : public FrameReader {
             try {
                 const json object = parse_object(line_);
                 Frame frame = parse_head(object);
-                const json& detections = value_of(object, "detections");
+                constexpr const char* DETECTIONS = "\"detections\", an array";
+                const json& detections = value_of(object, "detections", DETECTIONS);
                 if (!detections.is_array()) {
-                    throw BadValue{text_of(detections), "\"detections\", an array"};
+                    throw BadValue{text_of(detections), DETECTIONS};
                 }
                 check_number(frame.number);
                 width_ = frame.width ? frame.width : width_;
@@ -162,18 +166,19 @@ class JsonReader : public FrameReader {
 
     Frame parse_head(const json& object) const {
         constexpr const char* EXPECTED = "\"frame\", an integer from 0";
-        const json& value = value_of(object, "frame");
+        const json& value = value_of(object, "frame", EXPECTED);
         Frame frame{integer(value, EXPECTED), {}, std::nullopt};
         if (frame.number < 0) {
             throw BadValue{text_of(value), EXPECTED};
         }
         if (object.contains("width")) {
-            const json& width = value_of(object, "width");
-            frame.width = number(width, "\"width\", a number above 0");
-            if (*frame.width <= 0) {
-                throw BadValue{text_of(width), "\"width\", a number above 0"};
+            const json& width = object["width"];
+            const std::string expected = fmt::format("\"width\", {}", IMAGE_WIDTH);
+            frame.width = number(width, expected);
+            if (!is_image_width(*frame.width)) {
+                throw BadValue{text_of(width), expected};
             }
-            if (width_ && *width_ != *frame.width) {
+            if (!width_given_ && width_ && *width_ != *frame.width) {
                 throw BadValue{text_of(width),
                                fmt::format("the same width as before, {}", *width_)};
             }
@@ -194,6 +199,7 @@ class JsonReader : public FrameReader {
     }
 
     Input& input_;
+    bool width_given_;
     std::string line_;
     std::optional<std::int64_t> latest_; ///< number of the frame before, in a stream
     std::optional<double> width_;        ///< as the frames so far say
@@ -218,8 +224,8 @@ std::string format_json(std::int64_t frame, const std::vector<Track>& tracks) {
     return text + "]}\n";
 }
 
-std::unique_ptr<FrameReader> make_json_reader(Input& input) {
-    return std::make_unique<JsonReader>(input);
+std::unique_ptr<FrameReader> make_json_reader(Input& input, bool width_given) {
+    return std::make_unique<JsonReader>(input, width_given);
 }
 
 } // namespace ivtrack

@@ -3,6 +3,7 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <cmath>
 #include <iterator>
 
 #include "reader.h"
@@ -33,13 +34,17 @@ std::int64_t class_number(const Columns& columns) {
     if (columns.size() <= CLASS) {
         return NO_CLASS;
     }
+    if (columns.size() == WORLD_ROW_COLUMNS &&
+        (number(columns, CLASS + 1) != -1 || number(columns, CLASS + 2) != -1)) {
+        return NO_CLASS;
+    }
     const std::optional<std::int64_t> value = parse_integer(columns[CLASS]);
-    if (columns.size() == WORLD_ROW_COLUMNS) {
-        const bool fillers = number(columns, CLASS + 1) == -1 && number(columns, CLASS + 2) == -1;
-        if (!fillers || !value) {
+    if (!value) {
+        // A fraction is one more coordinate. A whole number that is no integer here is a class that
+        // cannot be kept.
+        if (columns.size() == WORLD_ROW_COLUMNS && std::fmod(number(columns, CLASS), 1.0) != 0.0) {
             return NO_CLASS;
         }
-    } else if (!value) {
         throw BadValue{std::string(columns[CLASS]), "a class (an integer) in column 8"};
     }
     return *value == NO_CLASS_IN_FILE ? NO_CLASS : *value;

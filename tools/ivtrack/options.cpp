@@ -6,6 +6,7 @@
 #include <cmath>
 #include <limits>
 
+#include "reader.h"
 #include "text.h"
 
 namespace ivtrack {
@@ -29,6 +30,10 @@ CLI::Validator fraction() {
 
 CLI::Validator positive() {
     return number_that("a number above 0, at most 1e9", [](double x) { return x > 0 && x <= 1e9; });
+}
+
+CLI::Validator image_width() {
+    return number_that(IMAGE_WIDTH, is_image_width);
 }
 
 CLI::Validator score() {
@@ -102,7 +107,7 @@ void declare_input(CLI::App& command, TrackOptions& options) {
         .add_option("--width", options.width,
                     "Image width in pixels [imWidth of a seqinfo.ini beside the file or one folder "
                     "up, \"width\" of JSON lines, or a file's largest right edge]")
-        ->check(positive());
+        ->check(image_width());
     command
         .add_option("--fps", options.fps,
                     "Frames per second, for the default of --removal [frameRate of seqinfo.ini]")
@@ -133,7 +138,8 @@ void declare_track(CLI::App& app, TrackOptions& options) {
             "What to do with the last box of a track that missed one or two frames [drop in "
             "MOTChallenge text, report in JSON lines]")
         ->check(CLI::IsMember({"report", "drop"}));
-    command.add_flag("-q,--quiet", options.quiet, "No summary and no progress bar");
+    command.add_flag("-q,--quiet", options.quiet,
+                     "No summary and no progress bar; warnings remain");
 }
 
 void declare_simulate(CLI::App& app, SimulateOptions& options) {
@@ -193,6 +199,10 @@ void declare_draw(CLI::App& app, DrawOptions& options) {
 
 void declare(CLI::App& app, Options& options) {
     app.require_subcommand(1);
+    app.footer(
+        "Exit status: 0 done; 1 the system failed (open, read, write, memory); 2 wrong usage or "
+        "bad "
+        "input.");
     declare_track(app, options.track);
     declare_simulate(app, options.simulate);
     declare_draw(app, options.draw);

@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 #include <fmt/format.h>
+#include <poll.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -45,6 +46,10 @@ void Output::write(std::string_view text) {
         const ssize_t written = ::write(descriptor_, text.data(), text.size());
         if (written >= 0) {
             text.remove_prefix(static_cast<std::size_t>(written));
+        } else if (errno == EAGAIN) {
+            // The other end of a pipe may have made it non-blocking for both.
+            pollfd writable{descriptor_, POLLOUT, 0};
+            poll(&writable, 1, -1);
         } else if (errno != EINTR) {
             fail("write");
         }

@@ -14,6 +14,10 @@ constexpr double LARGEST_COORDINATE = 1e18;
 
 } // namespace
 
+bool is_image_width(double pixels) {
+    return pixels >= 1 && pixels <= 1e9;
+}
+
 void check_box(const Box& box) {
     for (const double coordinate : {box.left, box.top, box.right, box.bottom}) {
         // Written so that a NaN fails too.

@@ -25,7 +25,12 @@ class FrameReader {
 };
 
 std::unique_ptr<FrameReader> make_mot_reader(Input& input);
-std::unique_ptr<FrameReader> make_json_reader(Input& input);
+/// With `width_given` the frames need not agree on the image width.
+std::unique_ptr<FrameReader> make_json_reader(Input& input, bool width_given);
+
+/// What an image width has to be, whoever states it.
+constexpr const char* IMAGE_WIDTH = "an image width in pixels, from 1 to 1e9";
+bool is_image_width(double pixels);
 
 /// A box whose corners are in the wrong order, or too far out to be computed with, is a BadValue.
 void check_box(const Box& box);

@@ -9,6 +9,7 @@
 #include <fstream>
 
 #include "errors.h"
+#include "reader.h"
 #include "text.h"
 
 namespace ivtrack {
@@ -55,15 +56,23 @@ SeqInfo SeqInfo::beside(const std::string& detections) {
     return info;
 }
 
-std::optional<double> SeqInfo::positive(const char* key,
-                                        const std::optional<std::string>& text) const {
+std::optional<double> SeqInfo::image_width() const {
+    return value(image_width_, is_image_width, fmt::format("imWidth, {}", IMAGE_WIDTH));
+}
+
+std::optional<double> SeqInfo::frame_rate() const {
+    return value(
+        frame_rate_, [](double rate) { return rate > 0; }, "frameRate, a number above 0");
+}
+
+std::optional<double> SeqInfo::value(const std::optional<std::string>& text, bool (*holds)(double),
+                                     const std::string& expected) const {
     if (!text) {
         return std::nullopt;
     }
     const std::optional<double> value = parse_number(*text);
-    if (!value || *value <= 0) {
-        throw BadInput(
-            fmt::format("{}: {}: expected {}, a number above 0", name_, in_quotes(*text), key));
+    if (!value || !holds(*value)) {
+        throw BadInput(fmt::format("{}: {}: expected {}", name_, in_quotes(*text), expected));
     }
     return value;
 }

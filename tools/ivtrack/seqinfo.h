@@ -15,12 +15,13 @@ class SeqInfo {
 
     const std::string& name() const { return name_; }
 
-    /// Nothing when the file does not say; anything but a positive number is BadInput.
-    std::optional<double> image_width() const { return positive("imWidth", image_width_); }
-    std::optional<double> frame_rate() const { return positive("frameRate", frame_rate_); }
+    /// Nothing when the file does not say; a value that is no such thing is BadInput.
+    std::optional<double> image_width() const;
+    std::optional<double> frame_rate() const;
 
   private:
-    std::optional<double> positive(const char* key, const std::optional<std::string>& text) const;
+    std::optional<double> value(const std::optional<std::string>& text, bool (*holds)(double),
+                                const std::string& expected) const;
 
     std::string name_;
     std::optional<std::string> image_width_;

@@ -65,7 +65,7 @@ std::string display_name(const std::string& path, std::string_view standard) {
     }
     // Quotes only where the bare name could not stand in a line.
     const std::string name = fmt::format("{:?}", path);
-    return name.size() == path.size() + 2 ? path : name;
+    return !path.empty() && name.size() == path.size() + 2 ? path : name;
 }
 
 double written_coordinate(double pixels) {

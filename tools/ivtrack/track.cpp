@@ -157,14 +157,25 @@ Writer writer_of(Format format) {
                                  : Writer{format_json, false, Coasting::REPORT};
 }
 
+void warn_of_crowd(const Summary& summary) {
+    const std::string frames = summary.crowded_frames == 1
+                                   ? "one frame"
+                                   : fmt::format("{} frames", summary.crowded_frames);
+    complain(fmt::format(
+        "warning: {} detections dropped in {}, lowest scores first; the capacity is {}, "
+        "--max-objects changes it",
+        summary.over_capacity, frames, summary.capacity));
+}
+
 /// One tracker from the first frame to the last.
 class Session {
   public:
-    Session(const TrackOptions& options, Format format, Output& output,
+    Session(const TrackOptions& options, Format format, Output& output, bool warns_at_once,
             const Decision<int>& removal, const Decision<double>& width,
             const Decision<int>& capacity)
         : writer_(writer_of(format)),
           output_(output),
+          warns_at_once_(warns_at_once),
           drops_coasting_(options.coasting.value_or(writer_.coasting) == Coasting::DROP),
           min_score_(static_cast<float>(
               options.min_score.value_or(-std::numeric_limits<double>::infinity()))),
@@ -238,21 +249,18 @@ class Session {
         if (frame.detections.size() <= capacity_) {
             return;
         }
-        const std::size_t dropped = frame.detections.size() - capacity_;
-        // One warning: the summary tells of the frames that follow.
-        if (summary_.crowded_frames == 0) {
-            complain(
-                fmt::format("warning: frame {} holds {} detections, {} of them dropped (lowest "
-                            "scores first): the capacity is {}, see --max-objects",
-                            frame.number, frame.detections.size(), dropped, capacity_));
-        }
-        summary_.over_capacity += static_cast<std::int64_t>(dropped);
+        summary_.over_capacity += static_cast<std::int64_t>(frame.detections.size() - capacity_);
         ++summary_.crowded_frames;
+        // A stream may never end: it is told at once, and of the rest when it does.
+        if (warns_at_once_ && summary_.crowded_frames == 1) {
+            warn_of_crowd(summary_);
+        }
         keep_best(frame.detections, capacity_);
     }
 
     Writer writer_;
     Output& output_;
+    bool warns_at_once_;
     bool drops_coasting_;
     float min_score_; ///< single precision like the scores: 0.9 is not below 0.9
     std::size_t capacity_;
@@ -264,6 +272,10 @@ class Session {
 
 void finish(const TrackOptions& options, const Input& input, Summary summary, Output& output) {
     output.close();
+    const bool told = input.is_stream() && summary.crowded_frames == 1;
+    if (summary.crowded_frames > 0 && !told) {
+        warn_of_crowd(summary);
+    }
     summary.rejected = input.rejected();
     if (!options.quiet) {
         std::fputs(summary.text().c_str(), stderr);
@@ -279,7 +291,7 @@ void track_file(const TrackOptions& options, Format format, Input& input, FrameR
 
     // Opened only now, so that bad input leaves an earlier output as it was.
     Output output(options.output);
-    Session session(options, format, output, removal, width, capacity);
+    Session session(options, format, output, false, removal, width, capacity);
     {
         Progress progress(!options.quiet && !output.is_terminal(), frames.size());
         for (std::size_t n = 0; n < frames.size(); ++n) {
@@ -290,15 +302,18 @@ void track_file(const TrackOptions& options, Format format, Input& input, FrameR
     finish(options, input, session.summary(), output);
 }
 
-void track_stream(const TrackOptions& options, Format format, Input& input, FrameReader& reader,
-                  Output& output) {
+void track_stream(const TrackOptions& options, Format format, Input& input, FrameReader& reader) {
     std::optional<Frame> frame = reader.next();
     if (!frame) {
+        Output output(options.output);
         finish(options, input, Summary(), output);
         return;
     }
-    Session session(options, format, output, decide_removal(options, SeqInfo()),
-                    decide_stream_width(options, input, *frame), decide_stream_capacity(options));
+    const Decision<double> width = decide_stream_width(options, input, *frame);
+    // Opened only now, as for a file: a stream that is refused leaves an earlier output as it was.
+    Output output(options.output);
+    Session session(options, format, output, true, decide_removal(options, SeqInfo()), width,
+                    decide_stream_capacity(options));
     for (; frame; frame = reader.next()) {
         session.process(std::move(*frame));
     }
@@ -310,15 +325,12 @@ void track_stream(const TrackOptions& options, Format format, Input& input, Fram
 void track(const TrackOptions& options) {
     Input input(options.input, options.skip_bad);
     refuse_same_file(options.input, options.output);
-    std::optional<Output> stream_output;
-    if (input.is_stream()) {
-        stream_output.emplace(options.output);
-    }
     const Format format = options.format.value_or(input.peek() == '{' ? Format::JSON : Format::MOT);
     const std::unique_ptr<FrameReader> reader =
-        format == Format::MOT ? make_mot_reader(input) : make_json_reader(input);
-    if (stream_output) {
-        track_stream(options, format, input, *reader, *stream_output);
+        format == Format::MOT ? make_mot_reader(input)
+                              : make_json_reader(input, options.width.has_value());
+    if (input.is_stream()) {
+        track_stream(options, format, input, *reader);
     } else {
         track_file(options, format, input, *reader);
     }

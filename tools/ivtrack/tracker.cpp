@@ -20,26 +20,34 @@ constexpr std::size_t MOST_CLASSES = 1 << 24;
 // The library stores the image size and computes nothing with it.
 constexpr int IMAGE_SIZE = 0;
 
+/// A box that shrank fast may be estimated inside out: what is left of it is its centre line.
+void turn_right_way(double& low, double& high) {
+    if (high < low) {
+        low = high = (low + high) / 2;
+    }
+}
+
 } // namespace
 
 Scale::Scale(double units, double width) : factor_(units / width) {
     if (!(factor_ >= SMALLEST_FACTOR && factor_ <= LARGEST_FACTOR)) {
         throw BadInput(fmt::format(
-            "{} units to an image width of {}: expected between {} and {} units a pixel", units,
-            width, SMALLEST_FACTOR, LARGEST_FACTOR));
+            "{:g} units to an image width of {:g}: expected between {:g} and {:g} units a pixel",
+            units, width, SMALLEST_FACTOR, LARGEST_FACTOR));
     }
 }
 
 float ClassTable::to_library(std::int64_t class_number) {
-    const auto [entry, is_new] =
-        numbers_.try_emplace(class_number, static_cast<float>(classes_.size() + 1));
-    if (is_new) {
-        if (classes_.size() == MOST_CLASSES) {
-            throw BadInput(fmt::format("expected at most {} different classes", MOST_CLASSES));
-        }
-        classes_.push_back(class_number);
+    const auto known = numbers_.find(class_number);
+    if (known != numbers_.end()) {
+        return known->second;
     }
-    return entry->second;
+    if (classes_.size() == MOST_CLASSES) {
+        throw BadInput(fmt::format("class {}: expected at most {} different ones", class_number,
+                                   MOST_CLASSES));
+    }
+    classes_.push_back(class_number);
+    return numbers_[class_number] = static_cast<float>(classes_.size());
 }
 
 std::int64_t ClassTable::from_library(float number) const {
@@ -100,12 +108,14 @@ void Tracker::read_output(const std::vector<Detection>& detections) {
         if (id < 0) {
             break;
         }
+        Box box{scale_.to_pixels(row[2]), scale_.to_pixels(row[3]), scale_.to_pixels(row[4]),
+                scale_.to_pixels(row[5])};
+        turn_right_way(box.left, box.right);
+        turn_right_way(box.top, box.bottom);
         const int matched = static_cast<int>(row[7]);
-        tracks_.push_back(Track{
-            id, classes_.from_library(row[1]),
-            Box{scale_.to_pixels(row[2]), scale_.to_pixels(row[3]), scale_.to_pixels(row[4]),
-                scale_.to_pixels(row[5])},
-            row[6], matched < 0 ? COASTING : detections[static_cast<std::size_t>(matched)].index});
+        tracks_.push_back(
+            Track{id, classes_.from_library(row[1]), box, row[6],
+                  matched < 0 ? COASTING : detections[static_cast<std::size_t>(matched)].index});
     }
 }
 
