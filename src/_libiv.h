@@ -24,8 +24,8 @@
 #define IV_MAT_DEPTH(type) ((type)&7)
 /** Channels of a type code, 1 to 32. */
 #define IV_MAT_CN(type) ((((type) >> 3) & 31) + 1)
-/** Bytes of one value of a depth: one hexadecimal digit each, IV_8U's the lowest. */
-#define IV_ELEM_SIZE1(depth) ((0x88442211LL >> (4 * ((depth)&7))) & 15)
+/** Bytes of one value of a depth. The constant holds log2 of each, two bits a depth. */
+#define IV_ELEM_SIZE1(depth) (1 << ((0xFA50 >> (2 * ((depth)&7))) & 3))
 
 /* Mode bits of the products. */
 #define IV_MAT_TRANS_SRC1 1     /* iv_mat_mul: read src1 transposed; wins over the next */

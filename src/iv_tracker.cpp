@@ -202,8 +202,7 @@ void match_detection(tracker_t* tracker, int n) {
     if (passes && holder < 0) {
         obj->match_idx = n;
     } else if (passes && tracker->match_score[holder] > mind) {
-        // Strictly nearer than the detection that holds the track: on a tie the earlier one keeps
-        // it.
+        // Strictly nearer than the holder: on a tie the earlier detection keeps the track.
         tracker->match_obj[holder] = nullptr;
         tracker->match_score[holder] = 0.0f;
         obj->match_idx = n;
@@ -213,8 +212,7 @@ void match_detection(tracker_t* tracker, int n) {
     }
 }
 
-/// Gives the track a filter and the next id. False, with the track unchanged, iff an allocation
-/// fails.
+/// Gives the track a filter and the next id. False, with nothing changed, iff an allocation fails.
 bool confirm(tracker_t* tracker, trk_obj_t* obj) {
     if (!kalman_init(tracker, obj)) {
         return false;

@@ -16,10 +16,9 @@ static_assert(sizeof(iv_mat_t) == 16 + sizeof(void*), "values start right behind
 
 namespace {
 
-/// Bytes of one element, its channels included. The constant holds log2 of the value sizes, two
-/// bits for each depth, IV_8U's the lowest.
+/// Bytes of one element, its channels included.
 int element_size(int type) {
-    return IV_MAT_CN(type) << ((0xFA50 >> (2 * IV_MAT_DEPTH(type))) & 3);
+    return IV_MAT_CN(type) * IV_ELEM_SIZE1(type);
 }
 
 } // namespace
