@@ -17,7 +17,7 @@ namespace {
 
 using nlohmann::json;
 
-/// The part of a line around the byte at which it stops being JSON.
+/// The piece of a line around the byte at which it stops being JSON.
 std::string around(const std::string& line, std::size_t byte) {
     constexpr std::size_t BEFORE = 20;
     constexpr std::size_t LENGTH = 40;

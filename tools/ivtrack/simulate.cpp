@@ -169,7 +169,7 @@ class Scene {
         return {object.x - half, object.foot - tall(object), object.x + half, object.foot};
     }
 
-    /// The part of the box inside the image and not behind a nearer one, counted on a grid.
+    /// The share of the box inside the image and not behind a nearer one, counted on a grid.
     double visible_part(const Box& box, const std::vector<Box>& nearer) const {
         constexpr int COLUMNS = 12;
         constexpr int ROWS = 12;
