@@ -1,0 +1,388 @@
+/*
+ * Lanes: a vector register of elements, and the few operations on it that kernels need. Kernels are
+ * written once over it and compiled once for each instruction set; what a set lacks, the compiler
+ * lowers. Intrinsics stand only here, where the vector extension has no word for the operation.
+ *
+ * Everything has internal linkage and is inlined: code compiled for one instruction set must never
+ * be merged with the same code compiled for another.
+ */
+#ifndef LIBIV_LANES_H
+#define LIBIV_LANES_H
+
+#include <cstddef>
+#include <cstdint>
+#include <cstring>
+#include <type_traits>
+#include <utility>
+
+#if defined(__x86_64__)
+#include <immintrin.h>
+#elif defined(__aarch64__)
+#include <arm_neon.h>
+#endif
+
+#define IV_INLINE [[gnu::always_inline]] inline
+/// Between the parameters and the body of a lambda.
+#define IV_INLINED __attribute__((always_inline))
+
+namespace iv::internal {
+namespace {
+
+// Bytes of a register, and of the narrower one for rows that fill at most half of it.
+#if defined(__AVX512BW__)
+constexpr int WIDE = 64;
+constexpr int NARROW = 32;
+#elif defined(__AVX2__)
+constexpr int WIDE = 32;
+constexpr int NARROW = 32;
+#else
+constexpr int WIDE = 16;
+constexpr int NARROW = 16;
+#endif
+
+/// Every register consists of pieces of this size. Shuffles stay inside pieces: one instruction
+/// everywhere.
+constexpr int PIECE = 16;
+
+/// Calls `step` with 0 to COUNT - 1 as constants: a loop that is unrolled whatever the compiler
+/// thinks, so that arrays indexed by it live in registers.
+template <int... I, class Step>
+IV_INLINE void each(std::integer_sequence<int, I...>, Step step) {
+    (step(std::integral_constant<int, I>{}), ...);
+}
+template <int COUNT, class Step>
+IV_INLINE void each(Step step) {
+    each(std::make_integer_sequence<int, COUNT>{}, step);
+}
+
+template <class C, int BYTES>
+struct VectorOf {
+    typedef C type __attribute__((vector_size(BYTES)));
+};
+template <class C, int BYTES>
+using Vector = typename VectorOf<C, BYTES>::type;
+
+/// The element type of a vector.
+template <class V>
+using ElementOf = std::remove_reference_t<decltype(std::declval<V&>()[0])>;
+
+/// The same value in every lane.
+template <class V, std::size_t... LANE>
+IV_INLINE V splat_lanes(ElementOf<V> value, std::index_sequence<LANE...>) {
+    return V{(static_cast<void>(LANE), value)...};
+}
+template <class V>
+IV_INLINE V splat(ElementOf<V> value) {
+    return splat_lanes<V>(value, std::make_index_sequence<sizeof(V) / sizeof(ElementOf<V>)>{});
+}
+
+/// c + a * b in every lane: one fused multiply-add for floats, wrapping around for integers.
+template <class V>
+IV_INLINE V multiply_add(V a, V b, V c) {
+    using C = ElementOf<V>;
+    if constexpr (std::is_integral_v<C>) {
+        return c + a * b;
+    }
+#if defined(__AVX512F__)
+    else if constexpr (std::is_same_v<V, Vector<float, 64>>) {
+        return _mm512_fmadd_ps(a, b, c);
+    } else if constexpr (std::is_same_v<V, Vector<double, 64>>) {
+        return _mm512_fmadd_pd(a, b, c);
+    }
+#endif
+#if defined(__FMA__)
+    else if constexpr (std::is_same_v<V, Vector<float, 32>>) {
+        return _mm256_fmadd_ps(a, b, c);
+    } else if constexpr (std::is_same_v<V, Vector<double, 32>>) {
+        return _mm256_fmadd_pd(a, b, c);
+    } else if constexpr (std::is_same_v<V, Vector<float, 16>>) {
+        return _mm_fmadd_ps(a, b, c);
+    } else if constexpr (std::is_same_v<V, Vector<double, 16>>) {
+        return _mm_fmadd_pd(a, b, c);
+    }
+#elif defined(__aarch64__)
+    else if constexpr (std::is_same_v<V, Vector<float, 16>>) {
+        return vfmaq_f32(c, a, b);
+    } else if constexpr (std::is_same_v<V, Vector<double, 16>>) {
+        return vfmaq_f64(c, a, b);
+    }
+#endif
+    else {
+        for (std::size_t lane = 0; lane < sizeof(V) / sizeof(C); ++lane) {
+            if constexpr (std::is_same_v<C, float>) {
+                c[lane] = __builtin_fmaf(a[lane], b[lane], c[lane]);
+            } else {
+                c[lane] = __builtin_fma(a[lane], b[lane], c[lane]);
+            }
+        }
+        return c;
+    }
+}
+
+/// Whole vectors at any address.
+template <class S>
+IV_INLINE S load_whole(const void* from) {
+    S values;
+    std::memcpy(&values, from, sizeof values);
+    return values;
+}
+
+template <class S>
+IV_INLINE void store_whole(void* to, S values) {
+    std::memcpy(to, &values, sizeof values);
+}
+
+// Halves of a vector.
+
+template <class S, std::size_t... LANE>
+IV_INLINE auto pick_lanes(S a, S b, std::index_sequence<LANE...>) {
+    return __builtin_shufflevector(a, b, LANE...);
+}
+
+template <std::size_t FIRST, std::size_t... LANE>
+constexpr auto counted_from(std::index_sequence<LANE...>) {
+    return std::index_sequence<(FIRST + LANE)...>{};
+}
+
+template <class S>
+constexpr std::size_t LANES = sizeof(S) / sizeof(ElementOf<S>);
+
+template <class S>
+IV_INLINE auto join(S low, S high) {
+    return pick_lanes(low, high, std::make_index_sequence<2 * LANES<S>>{});
+}
+
+template <class S>
+IV_INLINE auto low_half(S values) {
+    return pick_lanes(values, values, std::make_index_sequence<LANES<S> / 2>{});
+}
+
+template <class S>
+IV_INLINE auto high_half(S values) {
+    return pick_lanes(values, values,
+                      counted_from<LANES<S> / 2>(std::make_index_sequence<LANES<S> / 2>{}));
+}
+
+/// The first `bytes` of a vector, of which the rest is zero; nothing else is read.
+template <class S>
+IV_INLINE S load_first(const void* from, int bytes);
+/// Writes the first `bytes` of a vector and nothing else.
+template <class S>
+IV_INLINE void store_first(void* to, S values, int bytes);
+
+#if defined(__AVX512BW__)
+
+/// Parts of a vector are moved under masks, as fast as the whole.
+constexpr bool MASKS = true;
+
+IV_INLINE std::uint64_t mask_of(int bytes) {
+    return _bzhi_u64(~std::uint64_t{0}, static_cast<unsigned>(bytes));
+}
+
+template <class S>
+IV_INLINE S load_first(const void* from, int bytes) {
+    if constexpr (sizeof(S) == 64) {
+        return reinterpret_cast<S>(_mm512_maskz_loadu_epi8(mask_of(bytes), from));
+    } else if constexpr (sizeof(S) == 32) {
+        return reinterpret_cast<S>(
+            _mm256_maskz_loadu_epi8(static_cast<__mmask32>(mask_of(bytes)), from));
+    } else {
+        static_assert(sizeof(S) == 16);
+        return reinterpret_cast<S>(
+            _mm_maskz_loadu_epi8(static_cast<__mmask16>(mask_of(bytes)), from));
+    }
+}
+
+template <class S>
+IV_INLINE void store_first(void* to, S values, int bytes) {
+    if constexpr (sizeof(S) == 64) {
+        _mm512_mask_storeu_epi8(to, mask_of(bytes), reinterpret_cast<__m512i>(values));
+    } else if constexpr (sizeof(S) == 32) {
+        _mm256_mask_storeu_epi8(to, static_cast<__mmask32>(mask_of(bytes)),
+                                reinterpret_cast<__m256i>(values));
+    } else {
+        static_assert(sizeof(S) == 16);
+        _mm_mask_storeu_epi8(to, static_cast<__mmask16>(mask_of(bytes)),
+                             reinterpret_cast<__m128i>(values));
+    }
+}
+
+#else
+
+constexpr bool MASKS = false;
+
+// Without masks: halves that are full as they are, the rest through a 64-bit word by two moves that
+// may overlap. Rare, and kept out of the kernels' code.
+
+template <class Word>
+IV_INLINE std::uint64_t read_word(const void* from) {
+    return load_whole<Word>(from);
+}
+
+template <class Word>
+IV_INLINE void write_word(void* to, std::uint64_t value) {
+    const Word word = static_cast<Word>(value);
+    std::memcpy(to, &word, sizeof word);
+}
+
+/// 0 to 8 bytes as a little-endian number.
+IV_INLINE std::uint64_t read_bytes(const std::uint8_t* from, int count) {
+    if (count >= 4) {
+        if (count == 8) {
+            return read_word<std::uint64_t>(from);
+        }
+        return read_word<std::uint32_t>(from) | read_word<std::uint32_t>(from + count - 4)
+                                                    << (8 * (count - 4));
+    }
+    std::uint64_t value = 0;
+    if (count >= 2) {
+        value = read_word<std::uint16_t>(from);
+    }
+    if (count & 1) {
+        value |= std::uint64_t{from[count - 1]} << (8 * (count - 1));
+    }
+    return value;
+}
+
+IV_INLINE void write_bytes(std::uint8_t* to, std::uint64_t value, int count) {
+    if (count >= 4) {
+        if (count == 8) {
+            return write_word<std::uint64_t>(to, value);
+        }
+        write_word<std::uint32_t>(to, value);
+        return write_word<std::uint32_t>(to + count - 4, value >> (8 * (count - 4)));
+    }
+    if (count >= 2) {
+        write_word<std::uint16_t>(to, value);
+    }
+    if (count & 1) {
+        to[count - 1] = static_cast<std::uint8_t>(value >> (8 * (count - 1)));
+    }
+}
+
+template <class S>
+[[gnu::noinline]] void load_part(S* values, const std::uint8_t* from, int bytes) {
+    constexpr int half = sizeof(S) / 2;
+    const int low = bytes < half ? bytes : half;
+    if constexpr (sizeof(S) == PIECE) {
+        const Vector<std::uint64_t, PIECE> words{read_bytes(from, low),
+                                                 read_bytes(from + low, bytes - low)};
+        *values = reinterpret_cast<S>(words);
+    } else {
+        Vector<ElementOf<S>, half> halves[2];
+        load_part(&halves[0], from, low);
+        load_part(&halves[1], from + low, bytes - low);
+        *values = join(halves[0], halves[1]);
+    }
+}
+
+template <class S>
+[[gnu::noinline]] void store_part(std::uint8_t* to, const S* values, int bytes) {
+    constexpr int half = sizeof(S) / 2;
+    const int low = bytes < half ? bytes : half;
+    if constexpr (sizeof(S) == PIECE) {
+        const auto words = reinterpret_cast<Vector<std::uint64_t, PIECE>>(*values);
+        write_bytes(to, words[0], low);
+        write_bytes(to + low, words[1], bytes - low);
+    } else {
+        const Vector<ElementOf<S>, half> halves[2] = {low_half(*values), high_half(*values)};
+        store_part(to, &halves[0], low);
+        store_part(to + low, &halves[1], bytes - low);
+    }
+}
+
+template <class S>
+IV_INLINE S load_first(const void* from, int bytes) {
+    if (bytes == sizeof(S)) {
+        return load_whole<S>(from);
+    }
+    S values;
+    load_part(&values, static_cast<const std::uint8_t*>(from), bytes);
+    return values;
+}
+
+template <class S>
+IV_INLINE void store_first(void* to, S values, int bytes) {
+    if (bytes == sizeof(S)) {
+        return store_whole(to, values);
+    }
+    store_part(static_cast<std::uint8_t*>(to), &values, bytes);
+}
+
+#endif
+
+// Transposing blocks inside pieces.
+
+/// The lower (FIRST = 0) or upper half of every piece of a and b, their elements alternating.
+template <class S, std::size_t FIRST, std::size_t... LANE>
+IV_INLINE S interleave(S a, S b, std::index_sequence<LANE...>) {
+    constexpr std::size_t piece = PIECE / sizeof(ElementOf<S>);
+    return __builtin_shufflevector(
+        a, b,
+        (LANE / piece * piece + FIRST * piece / 2 + LANE % piece / 2 + LANE % 2 * LANES<S>)...);
+}
+
+/// Transposes the square blocks that the pieces of P vectors form: piece q of v[r] becomes column r
+/// of block q.
+template <class S, std::size_t P>
+IV_INLINE void transpose_pieces(S (&v)[P]) {
+    static_assert(P == PIECE / sizeof(ElementOf<S>));
+    for (std::size_t step = 1; step < P; step *= 2) {
+        S mixed[P];
+        each<P / 2>([&](auto r) IV_INLINED {
+            mixed[2 * r] =
+                interleave<S, 0>(v[r], v[r + P / 2], std::make_index_sequence<LANES<S>>{});
+            mixed[2 * r + 1] =
+                interleave<S, 1>(v[r], v[r + P / 2], std::make_index_sequence<LANES<S>>{});
+        });
+        each<P>([&](auto r) IV_INLINED { v[r] = mixed[r]; });
+    }
+}
+
+/// A register of T's storage and how it computes.
+template <class T, int BYTES_>
+struct Lanes {
+    static constexpr int BYTES = BYTES_;
+    static constexpr int COUNT = BYTES / static_cast<int>(sizeof(T));
+    using Stored = Vector<T, BYTES>;
+    using Computed = Stored;
+
+    IV_INLINE static Computed computed(Stored values) { return values; }
+    IV_INLINE static Stored stored(Computed values) { return values; }
+    IV_INLINE static Stored broadcast(T value) { return splat<Stored>(value); }
+    IV_INLINE static Computed sum(Stored factor, Computed values, Computed start) {
+        return multiply_add(factor, values, start);
+    }
+};
+
+#if defined(__x86_64__)
+/// Nothing multiplies bytes here: the even and the odd bytes are computed apart, in 16-bit lanes of
+/// which the upper half is never looked at.
+template <int BYTES_>
+struct Lanes<std::uint8_t, BYTES_> {
+    static constexpr int BYTES = BYTES_;
+    static constexpr int COUNT = BYTES;
+    using Stored = Vector<std::uint8_t, BYTES>;
+    using Wide = Vector<std::uint16_t, BYTES>;
+    struct Computed {
+        Wide even, odd;
+    };
+
+    IV_INLINE static Computed computed(Stored values) {
+        const Wide wide = reinterpret_cast<Wide>(values);
+        return {wide, wide >> 8};
+    }
+    IV_INLINE static Stored stored(Computed values) {
+        return reinterpret_cast<Stored>((values.even & 0xFF) | (values.odd << 8));
+    }
+    IV_INLINE static Wide broadcast(std::uint8_t value) { return splat<Wide>(value); }
+    IV_INLINE static Computed sum(Wide factor, Computed values, Computed start) {
+        return {start.even + factor * values.even, start.odd + factor * values.odd};
+    }
+};
+#endif
+
+} // namespace
+} // namespace iv::internal
+
+#endif
