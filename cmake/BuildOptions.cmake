@@ -1,11 +1,9 @@
-# What every target of this project is compiled with. Link it PRIVATE.
-add_library(iv_build_options INTERFACE)
-target_compile_features(iv_build_options INTERFACE cxx_std_17 c_std_99)
+# The warnings that every target is compiled with. Link it PRIVATE.
+add_library(iv_warnings INTERFACE)
+target_compile_features(iv_warnings INTERFACE cxx_std_17 c_std_99)
 target_compile_options(
-    iv_build_options
-    INTERFACE # Contraction would fuse what the contract rounds twice. g++ ignores the pragma for it.
-              -ffp-contract=off
-              -Wall
+    iv_warnings
+    INTERFACE -Wall
               -Wextra
               -Wpedantic
               -Wshadow
@@ -16,6 +14,13 @@ target_compile_options(
               -Wundef
               $<$<COMPILE_LANGUAGE:CXX>:-Wold-style-cast>
               $<$<BOOL:${LIBIV_WERROR}>:-Werror>)
+
+# What every target of this project is compiled with, but for the benchmark's peers. Link it
+# PRIVATE.
+add_library(iv_build_options INTERFACE)
+target_link_libraries(iv_build_options INTERFACE iv_warnings)
+# Contraction would fuse what the contract rounds twice. g++ ignores the pragma for it.
+target_compile_options(iv_build_options INTERFACE -ffp-contract=off)
 
 option(LIBIV_SANITIZE "Build with the address and undefined-behaviour sanitizers" OFF)
 if(LIBIV_SANITIZE)
