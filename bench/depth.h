@@ -1,7 +1,8 @@
-// The type codes of the element types.
+// Codes and names of the element types.
 #ifndef LIBIV_BENCH_DEPTH_H
 #define LIBIV_BENCH_DEPTH_H
 
+#include <string>
 #include <type_traits>
 
 #include "_libiv.h"
@@ -9,42 +10,25 @@
 namespace bench {
 
 template <class T>
-struct Depth;
-template <>
-struct Depth<u08_t> {
-    static constexpr int code = IV_8U;
-    static constexpr const char* name = "u8";
-};
-template <>
-struct Depth<u16_t> {
-    static constexpr int code = IV_16U;
-    static constexpr const char* name = "u16";
-};
-template <>
-struct Depth<s16_t> {
-    static constexpr int code = IV_16S;
-    static constexpr const char* name = "s16";
-};
-template <>
-struct Depth<s32_t> {
-    static constexpr int code = IV_32S;
-    static constexpr const char* name = "s32";
-};
-template <>
-struct Depth<s64_t> {
-    static constexpr int code = IV_64S;
-    static constexpr const char* name = "s64";
-};
-template <>
-struct Depth<f32_t> {
-    static constexpr int code = IV_32F;
-    static constexpr const char* name = "f32";
-};
-template <>
-struct Depth<f64_t> {
-    static constexpr int code = IV_64F;
-    static constexpr const char* name = "f64";
-};
+constexpr int depth_of() {
+    switch (sizeof(T)) {
+        case 1:
+            return std::is_signed_v<T> ? IV_8S : IV_8U;
+        case 2:
+            return std::is_signed_v<T> ? IV_16S : IV_16U;
+        case 4:
+            return std::is_floating_point_v<T> ? IV_32F : IV_32S;
+        default:
+            return std::is_floating_point_v<T> ? IV_64F : IV_64S;
+    }
+}
+
+/// As in "f32" or "u8".
+template <class T>
+std::string type_name() {
+    const char kind = std::is_floating_point_v<T> ? 'f' : std::is_signed_v<T> ? 's' : 'u';
+    return kind + std::to_string(8 * sizeof(T));
+}
 
 } // namespace bench
 

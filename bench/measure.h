@@ -9,8 +9,8 @@
 namespace bench {
 
 struct Effort {
-    int rounds = 21;
-    double batch_seconds = 200e-6; ///< one entrant's share of a round, at least one run
+    int rounds = 25;
+    double batch_seconds = 250e-6; ///< one entrant's share of a round, at least one run
     double entrant_seconds = 0.25; ///< slow entrants drop out after this and three rounds
 };
 

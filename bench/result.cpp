@@ -32,63 +32,83 @@ std::string peer_text(const Timing* peer) {
                 : "- | -";
 }
 
-std::string against_text(const Demand& demand) {
-    return demand.against.size() == 1 ? " (" + demand.against[0] + ")" : "";
+/// The wanted r; with more than one target in the row, whom it is against and what it is.
+std::string target_text(const Row& row, const Demand& demand, double wanted, bool met) {
+    std::string text = fmt::format("{:.2f}", wanted);
+    if (row.demands.size() > 1) {
+        const Timing* best = best_peer(row, demand.against);
+        text += fmt::format(" ({}: {:.2f})", demand.against.at(0), best ? best->ratio : 0.0);
+    }
+    return text + (met ? "" : " **missed**");
 }
 
-std::string target_text(const Row& row, double Demand::*wanted) {
+std::string musts_text(const Row& row) {
     std::string text;
     for (const Demand& demand : row.demands) {
-        if (demand.*wanted > 0.0) {
-            text += fmt::format("{}{:.2f}{}{}", text.empty() ? "" : ", ", demand.*wanted,
-                                against_text(demand),
-                                meets(row, demand, demand.*wanted) ? "" : " **missed**");
+        if (demand.must > 0.0) {
+            text += text.empty() ? "" : ", ";
+            text += target_text(row, demand, demand.must, meets_must(row, demand));
         }
     }
     return text.empty() ? "-" : text;
 }
 
-bool misses(const Row& row, double Demand::*wanted) {
+std::string aims_text(const Row& row) {
+    std::string text;
     for (const Demand& demand : row.demands) {
-        if (demand.*wanted > 0.0 && !meets(row, demand, demand.*wanted)) {
-            return true;
+        if (demand.aim > 0.0) {
+            text += text.empty() ? "" : ", ";
+            text += target_text(row, demand, demand.aim, meets_aim(row, demand));
         }
     }
-    return !row.error.empty();
+    return text.empty() ? "-" : text;
 }
 
 std::string title(const Row& row) {
     return row.offset ? fmt::format("{} +{}", row.name, row.offset) : row.name;
 }
 
-std::string table_line(const Row& row) {
-    if (!row.error.empty()) {
-        return fmt::format("| {} | **failed**: {} | | | | | | | | |\n", title(row), row.error);
+/// What the row's twin on unaligned addresses says: its time, r against the best peer, a miss.
+std::string unaligned_text(const Row& row, const std::vector<Row>& rows) {
+    for (const Row& twin : rows) {
+        if (twin.name == row.name && twin.offset != 0 && twin.error.empty()) {
+            const Timing* best = best_peer(twin);
+            return fmt::format("{} | {:.2f}{}", time_text(twin.libiv_ns()),
+                               best ? best->ratio : 0.0, misses_must(twin) ? " **missed**" : "");
+        }
     }
+    return "- | -";
+}
+
+std::string table_line(const Row& row, const std::vector<Row>& rows) {
     const Timing* limit = best_of(row, Group::LIMIT);
     const Timing* baseline = best_of(row, Group::BASELINE);
-    return fmt::format("| {} | {} | {} | {} | {} | {} | {} | {} |\n", title(row),
+    return fmt::format("| {} | {} | {} | {} | {} | {} | {} | {} | {} |\n", row.name,
                        time_text(row.libiv_ns()), peer_text(best_of(row, Group::RUN_TIME)),
                        peer_text(best_of(row, Group::COMPILE_TIME)),
                        limit ? fmt::format("{:.0f} %", 100 * limit->ratio) : "-",
-                       baseline ? fmt::format("{:.1f}", baseline->ratio) : "-",
-                       target_text(row, &Demand::must), target_text(row, &Demand::aim));
+                       baseline ? fmt::format("{:.1f}", baseline->ratio) : "-", musts_text(row),
+                       aims_text(row), unaligned_text(row, rows));
 }
 
 std::string tables(const std::vector<Row>& rows) {
     std::string text;
     std::string workload;
     for (const Row& row : rows) {
+        if (row.offset != 0 || !row.error.empty()) {
+            continue;
+        }
         if (row.workload() != workload) {
             workload = row.workload();
             text += fmt::format(
                 "\n## {}\n\n"
                 "| row | libiv ns | best peer, size at run time: ns | r | best peer, size at "
-                "compile time: ns | r | of the limit | x model | must | aim |\n"
-                "|---|---:|---|---:|---|---:|---:|---:|---|---|\n",
+                "compile time: ns | r | of the limit | model: r | must | aim | +24: libiv ns | r "
+                "|\n"
+                "|---|---:|---|---:|---|---:|---:|---:|---|---|---:|---:|\n",
                 workload);
         }
-        text += table_line(row);
+        text += table_line(row, rows);
     }
     return text;
 }
@@ -103,9 +123,13 @@ std::string summary(const Session& session) {
     text += fmt::format("{} rows, {} with a target; {} miss a must.\n\n", rows.size(), with_must,
                         missed_musts(rows));
     for (const Row& row : rows) {
-        if (misses(row, &Demand::must)) {
-            text += fmt::format("- missed: {}: {}\n", title(row),
-                                row.error.empty() ? target_text(row, &Demand::must) : row.error);
+        if (misses_must(row)) {
+            const Timing* best =
+                row.error.empty() ? best_peer(row, row.demands[0].against) : nullptr;
+            text +=
+                fmt::format("- {}: {}\n", title(row),
+                            best ? fmt::format("r = {:.2f}, must {}", best->ratio, musts_text(row))
+                                 : row.error);
         }
     }
     text += "\n| geometric mean of r | is | aim |\n|---|---:|---:|\n";
@@ -143,9 +167,9 @@ Json row_json(const Row& row) {
     for (const Demand& demand : row.demands) {
         json["targets"].push_back({{"against", demand.against},
                                    {"must", demand.must},
-                                   {"must_met", meets(row, demand, demand.must)},
+                                   {"must_met", meets_must(row, demand)},
                                    {"aim", demand.aim},
-                                   {"aim_met", meets(row, demand, demand.aim)}});
+                                   {"aim_met", meets_aim(row, demand)}});
     }
     for (const Timing& timing : row.timings) {
         json["entrants"].push_back(timing_json(timing));
@@ -187,7 +211,7 @@ double tracker_growth(const std::vector<Row>& rows) {
 int missed_musts(const std::vector<Row>& rows) {
     int missed = 0;
     for (const Row& row : rows) {
-        missed += misses(row, &Demand::must) ? 1 : 0;
+        missed += misses_must(row) ? 1 : 0;
     }
     return missed;
 }

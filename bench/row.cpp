@@ -37,10 +37,21 @@ const Timing* best_of(const Row& row, Group group) {
     return smallest_ratio(row, [&](const Timing& timing) { return timing.group == group; });
 }
 
-bool meets(const Row& row, const Demand& demand, double wanted) {
+bool meets_must(const Row& row, const Demand& demand) {
     const Timing* best = best_peer(row, demand.against);
     const bool near = best && demand.slack_ns > 0.0 && row.libiv_ns() <= best->ns + demand.slack_ns;
-    return best && (best->ratio >= wanted || near);
+    return demand.must == 0.0 || near || (best && best->ratio >= demand.must);
+}
+
+bool meets_aim(const Row& row, const Demand& demand) {
+    const Timing* best = best_peer(row, demand.against);
+    return demand.aim == 0.0 || (best && best->ratio >= demand.aim);
+}
+
+bool misses_must(const Row& row) {
+    return !row.error.empty() ||
+           std::any_of(row.demands.begin(), row.demands.end(),
+                       [&](const Demand& demand) { return !meets_must(row, demand); });
 }
 
 double mean_ratio(const std::vector<Row>& rows, const MeanDemand& demand) {

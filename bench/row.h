@@ -11,7 +11,7 @@ struct Demand {
     double must;                           ///< 0: nothing
     double aim;                            ///< 0: nothing
     std::vector<std::string> against = {}; ///< beginnings of names; empty: every peer
-    double slack_ns = 0.0;                 ///< this much later than the peer is met, too
+    double slack_ns = 0.0; ///< a must is met, too, by no more than this behind the peer
 };
 
 struct Row {
@@ -29,8 +29,10 @@ struct Row {
 const Timing* best_peer(const Row& row, const std::vector<std::string>& against = {});
 /// The same among those of one group.
 const Timing* best_of(const Row& row, Group group);
-/// Whether r, at least `wanted`, is met.
-bool meets(const Row& row, const Demand& demand, double wanted);
+bool meets_must(const Row& row, const Demand& demand);
+bool meets_aim(const Row& row, const Demand& demand);
+/// Whether it failed or misses the must of any demand.
+bool misses_must(const Row& row);
 
 /// A target for the geometric mean of r over rows, those that begin with one of `rows`.
 struct MeanDemand {

@@ -17,7 +17,7 @@ void enter(Entrants& entrants, Work work) {
 template <class T>
 iv_mat_t view(int rows, int cols, T* data) {
     iv_mat_t mat;
-    iv_mat_initheader(&mat, rows, cols, Depth<T>::code, data);
+    iv_mat_initheader(&mat, rows, cols, depth_of<T>(), data);
     return mat;
 }
 

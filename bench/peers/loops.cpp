@@ -1,4 +1,7 @@
 // The loops that one writes without a library, left to the compiler. Compiled twice.
+//
+// Tasks are passed by value: stores of integers might change a size that is read through a
+// reference, and would keep the compiler from using vectors.
 
 #include <algorithm>
 
@@ -14,7 +17,7 @@ void enter(Entrants& entrants, Work work) {
 
 /// c += a row of products, so that the innermost loop runs along the rows of b and c.
 template <class T>
-void multiply_rows(const Product<T>& p, int a_row_step, int a_col_step) {
+void multiply_rows(const Product<T> p, int a_row_step, int a_col_step) {
     const T* const __restrict a = p.a;
     const T* const __restrict b = p.b;
     T* const __restrict c = p.c;
@@ -30,7 +33,7 @@ void multiply_rows(const Product<T>& p, int a_row_step, int a_col_step) {
 }
 
 template <class T>
-void multiply_dots(const Product<T>& p) {
+void multiply_dots(const Product<T> p) {
     const T* const __restrict a = p.a;
     const T* const __restrict b = p.b;
     T* const __restrict c = p.c;
@@ -88,7 +91,7 @@ void enter_task(const Inverse& task, Entrants& entrants) {
 }
 
 template <class T, class Value>
-void for_each_value(const Elementwise<T>& task, Value value) {
+void for_each_value(const Elementwise<T> task, Value value) {
     const T* const __restrict a = task.a;
     const T* const __restrict b = task.b;
     T* const __restrict c = task.c;

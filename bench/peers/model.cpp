@@ -17,7 +17,7 @@ void enter(Entrants& entrants, Work work) {
 
 template <class T>
 model::Mat view(int rows, int cols, T* data) {
-    return model::header(Depth<T>::code, rows, cols, reinterpret_cast<unsigned char*>(data));
+    return model::header(depth_of<T>(), rows, cols, reinterpret_cast<unsigned char*>(data));
 }
 
 template <class T>

@@ -21,12 +21,12 @@ void multiply_add(long count) {
     T one = T{1};
     benchmark::DoNotOptimize(one);
     const Vector factor = Vector{} + one;
-    const Vector addend = factor;
     Vector sums[SUMS] = {};
+    benchmark::DoNotOptimize(sums); // or the compiler sees that all of them are the same
     for (long done = 0; done < count; done += SUMS * VECTOR_BYTES / static_cast<int>(sizeof(T))) {
 #pragma GCC unroll 12
         for (Vector& sum : sums) {
-            sum = sum * factor + addend;
+            sum = sum * factor + factor;
         }
     }
     benchmark::DoNotOptimize(sums);

@@ -39,8 +39,8 @@ void add_type(Session& session) {
         }
         for (const int count : {256, 1024, 4096, 16384, 65536}) {
             for (const int offset : {0, 24}) {
-                Row row{std::string("elementwise/") + Depth<T>::name + "/" + name_of(operation) +
-                            "/" + std::to_string(count),
+                Row row{"elementwise/" + type_name<T>() + "/" + name_of(operation) + "/" +
+                            std::to_string(count),
                         offset};
                 const bool in_l1 = 3 * sizeof(T) * static_cast<std::size_t>(count) <= L1_BYTES;
                 if (offset == 0) {

@@ -52,8 +52,7 @@ void measure_product(Row& row, const Effort& effort, Mode mode, const Shape& sha
 template <class T>
 void add_product(Session& session, Mode mode, const Shape& shape, Demand demand) {
     for (const int offset : {0, 24}) {
-        Row row{std::string("product/") + Depth<T>::name + "/" + name_of(mode) + "/" + shape.name(),
-                offset};
+        Row row{"product/" + type_name<T>() + "/" + name_of(mode) + "/" + shape.name(), offset};
         if (demand.must > 0.0) {
             const double less = offset ? UNALIGNED : 1.0;
             row.demands = {{demand.must * less, demand.aim * less, demand.against}};

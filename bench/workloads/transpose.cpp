@@ -22,7 +22,7 @@ template <class T>
 void add_type(Session& session, double must) {
     for (const int n : {32, 64, 128, 256, 512, 1024}) {
         for (const int offset : {0, 24}) {
-            Row row{std::string("transpose/") + Depth<T>::name + "/" + std::to_string(n), offset};
+            Row row{"transpose/" + type_name<T>() + "/" + std::to_string(n), offset};
             if (offset == 0) {
                 row.demands = {{must, 0.0}};
             }
