@@ -32,36 +32,28 @@ std::string peer_text(const Timing* peer) {
                 : "- | -";
 }
 
-/// The wanted r; with more than one target in the row, whom it is against and what it is.
-std::string target_text(const Row& row, const Demand& demand, double wanted, bool met) {
-    std::string text = fmt::format("{:.2f}", wanted);
-    if (row.demands.size() > 1) {
+using Meets = bool (*)(const Row&, const Demand&);
+
+/// The wanted r's of a row, those of musts or of aims; if there are several, whom each is against
+/// and what it is.
+std::string targets_text(const Row& row, double Demand::*wanted, Meets meets) {
+    std::string text;
+    for (const Demand& demand : row.demands) {
+        if (demand.*wanted == 0.0) {
+            continue;
+        }
+        text += fmt::format("{}{:.2f}", text.empty() ? "" : ", ", demand.*wanted);
         const Timing* best = best_peer(row, demand.against);
-        text += fmt::format(" ({}: {:.2f})", demand.against.at(0), best ? best->ratio : 0.0);
+        if (row.demands.size() > 1 && best) {
+            text += fmt::format(" ({}: {:.2f})", demand.against.at(0), best->ratio);
+        }
+        text += meets(row, demand) ? "" : " **missed**";
     }
-    return text + (met ? "" : " **missed**");
+    return text.empty() ? "-" : text;
 }
 
 std::string musts_text(const Row& row) {
-    std::string text;
-    for (const Demand& demand : row.demands) {
-        if (demand.must > 0.0) {
-            text += text.empty() ? "" : ", ";
-            text += target_text(row, demand, demand.must, meets_must(row, demand));
-        }
-    }
-    return text.empty() ? "-" : text;
-}
-
-std::string aims_text(const Row& row) {
-    std::string text;
-    for (const Demand& demand : row.demands) {
-        if (demand.aim > 0.0) {
-            text += text.empty() ? "" : ", ";
-            text += target_text(row, demand, demand.aim, meets_aim(row, demand));
-        }
-    }
-    return text.empty() ? "-" : text;
+    return targets_text(row, &Demand::must, meets_must);
 }
 
 std::string title(const Row& row) {
@@ -88,7 +80,7 @@ std::string table_line(const Row& row, const std::vector<Row>& rows) {
                        peer_text(best_of(row, Group::COMPILE_TIME)),
                        limit ? fmt::format("{:.0f} %", 100 * limit->ratio) : "-",
                        baseline ? fmt::format("{:.1f}", baseline->ratio) : "-", musts_text(row),
-                       aims_text(row), unaligned_text(row, rows));
+                       targets_text(row, &Demand::aim, meets_aim), unaligned_text(row, rows));
 }
 
 std::string tables(const std::vector<Row>& rows) {

@@ -138,38 +138,15 @@ void enter_task(const Transpose<T>& task, Entrants& entrants) {
     enter(entrants, "Eigen dynamic", Group::RUN_TIME, [=]() mutable { c = a.transpose(); });
 }
 
-/// How Eigen computes a product: its blocked kernel, or coefficient by coefficient.
-struct Blocked {
-    template <class C, class A, class B>
-    static void assign(C& c, const A& a, const B& b) {
-        c.noalias() = a * b;
+/// Coefficient by coefficient, which is best for small fixed sizes, or as Eigen chooses.
+template <bool LAZY, class A, class B>
+auto times(const A& a, const B& b) {
+    if constexpr (LAZY) {
+        return a.lazyProduct(b);
+    } else {
+        return a * b;
     }
-    template <class C, class S, class A, class B>
-    static void sum(C& c, const S& start, const A& a, const B& b) {
-        c = start;
-        c.noalias() += a * b;
-    }
-    template <class C, class S, class A, class B>
-    static void difference(C& c, const S& start, const A& a, const B& b) {
-        c = start;
-        c.noalias() -= a * b;
-    }
-};
-
-struct Lazy {
-    template <class C, class A, class B>
-    static void assign(C& c, const A& a, const B& b) {
-        c.noalias() = a.lazyProduct(b);
-    }
-    template <class C, class S, class A, class B>
-    static void sum(C& c, const S& start, const A& a, const B& b) {
-        c.noalias() = start + a.lazyProduct(b);
-    }
-    template <class C, class S, class A, class B>
-    static void difference(C& c, const S& start, const A& a, const B& b) {
-        c.noalias() = start - a.lazyProduct(b);
-    }
-};
+}
 
 /// Storage of a filter whose sizes are NS and NM, or known at run time. Columns first: nobody else
 /// reads it.
@@ -204,53 +181,52 @@ struct State {
 };
 
 /// Equation by equation what the library promises, its transposes included.
-template <int NS, int NM, class How>
+template <int NS, int NM, bool LAZY>
 struct SameEquations : State<NS, NM> {
     using State<NS, NM>::State;
 
     void advance() {
         State<NS, NM>& s = *this;
-        How::assign(s.x_pre, s.A, s.x);
-        How::assign(s.temp1, s.A, s.P.transpose());
-        How::sum(s.P_pre, s.Q, s.temp1, s.A.transpose());
-
-        How::assign(s.temp2, s.P_pre, s.H.transpose());
-        How::sum(s.temp3, s.R, s.H, s.temp2);
-        s.temp4 = s.temp3.inverse();
-        How::assign(s.K, s.temp2, s.temp4.transpose());
-        How::difference(s.temp5, s.next_measurement(), s.H, s.x_pre);
-        How::sum(s.x, s.x_pre, s.K, s.temp5);
         const auto identity =
             State<NS, NM>::template Mat<NS, NS>::Identity(s.filter.ns, s.filter.ns);
-        How::difference(s.temp1, identity, s.K, s.H);
-        How::assign(s.P, s.temp1, s.P_pre.transpose());
+        s.x_pre.noalias() = times<LAZY>(s.A, s.x);
+        s.temp1.noalias() = times<LAZY>(s.A, s.P.transpose());
+        s.P_pre.noalias() = s.Q + times<LAZY>(s.temp1, s.A.transpose());
+
+        s.temp2.noalias() = times<LAZY>(s.P_pre, s.H.transpose());
+        s.temp3.noalias() = s.R + times<LAZY>(s.H, s.temp2);
+        s.temp4 = s.temp3.inverse();
+        s.K.noalias() = times<LAZY>(s.temp2, s.temp4.transpose());
+        s.temp5.noalias() = s.next_measurement() - times<LAZY>(s.H, s.x_pre);
+        s.x.noalias() = s.x_pre + times<LAZY>(s.K, s.temp5);
+        s.temp1.noalias() = identity - times<LAZY>(s.K, s.H);
+        s.P.noalias() = times<LAZY>(s.temp1, s.P_pre.transpose());
     }
 };
 
 /// As one writes it without a contract: H P serves twice, I - K H is never formed, and no inverse
 /// where solving will do.
-template <int NS, int NM, class How>
+template <int NS, int NM, bool LAZY>
 struct Idiomatic : State<NS, NM> {
     using State<NS, NM>::State;
 
     void advance() {
         State<NS, NM>& s = *this;
-        How::assign(s.x_pre, s.A, s.x);
-        How::assign(s.temp1, s.A, s.P);
-        How::sum(s.P, s.Q, s.temp1, s.A.transpose());
+        s.x_pre.noalias() = times<LAZY>(s.A, s.x);
+        s.temp1.noalias() = times<LAZY>(s.A, s.P);
+        s.P_pre.noalias() = s.Q + times<LAZY>(s.temp1, s.A.transpose());
 
-        How::assign(s.HP, s.H, s.P);
-        How::sum(s.temp3, s.R, s.HP, s.H.transpose());
+        s.HP.noalias() = times<LAZY>(s.H, s.P_pre);
+        s.temp3.noalias() = s.R + times<LAZY>(s.HP, s.H.transpose());
         if constexpr (NM == 4) {
             s.temp4 = s.temp3.inverse();
-            How::assign(s.K, s.HP.transpose(), s.temp4);
+            s.K.noalias() = times<LAZY>(s.HP.transpose(), s.temp4);
         } else {
             s.K = s.temp3.llt().solve(s.HP).transpose();
         }
-        How::difference(s.temp5, s.next_measurement(), s.H, s.x_pre);
-        How::sum(s.x, s.x_pre, s.K, s.temp5);
-        How::difference(s.P_pre, s.P, s.K, s.HP);
-        s.P = s.P_pre;
+        s.temp5.noalias() = s.next_measurement() - times<LAZY>(s.H, s.x_pre);
+        s.x.noalias() = s.x_pre + times<LAZY>(s.K, s.temp5);
+        s.P.noalias() = s.P_pre - times<LAZY>(s.K, s.HP);
     }
 };
 
@@ -271,19 +247,18 @@ void enter_filters(const Filter& task, Entrants& entrants) {
     if (task.ns != NS || task.nm != NM) {
         return;
     }
-    enter_filter<SameEquations<NS, NM, Lazy>>("Eigen fixed", Group::COMPILE_TIME, task, entrants);
-    enter_filter<Idiomatic<NS, NM, Lazy>>("Eigen idiomatic", Group::REPORTED, task, entrants);
-    if (NS > 8) { // where Eigen's own choice may be the better one
-        enter_filter<SameEquations<NS, NM, Blocked>>("Eigen fixed, blocked", Group::COMPILE_TIME,
-                                                     task, entrants);
-        enter_filter<Idiomatic<NS, NM, Blocked>>("Eigen idiomatic, blocked", Group::REPORTED, task,
-                                                 entrants);
+    enter_filter<SameEquations<NS, NM, true>>("Eigen fixed", Group::COMPILE_TIME, task, entrants);
+    enter_filter<Idiomatic<NS, NM, true>>("Eigen idiomatic", Group::REPORTED, task, entrants);
+    if (NS > 8) {
+        enter_filter<SameEquations<NS, NM, false>>("Eigen fixed, blocked", Group::COMPILE_TIME,
+                                                   task, entrants);
+        enter_filter<Idiomatic<NS, NM, false>>("Eigen idiomatic, blocked", Group::REPORTED, task,
+                                               entrants);
     }
 }
 
 void enter_task(const Filter& task, Entrants& entrants) {
-    enter_filter<SameEquations<ANY, ANY, Blocked>>("Eigen dynamic", Group::RUN_TIME, task,
-                                                   entrants);
+    enter_filter<SameEquations<ANY, ANY, false>>("Eigen dynamic", Group::RUN_TIME, task, entrants);
     enter_filters<8, 4>(task, entrants);
     enter_filters<16, 8>(task, entrants);
     enter_filters<32, 16>(task, entrants);
