@@ -44,6 +44,13 @@ constexpr int NARROW = 16;
 /// everywhere.
 constexpr int PIECE = 16;
 
+/// The same value, but the compiler knows nothing of it: multiples of a stride are formed where they
+/// are used instead of being kept, and spilled, over a loop.
+IV_INLINE std::ptrdiff_t opaque(std::ptrdiff_t value) {
+    asm volatile("" : "+r"(value)); // volatile: else this, too, leaves the loop
+    return value;
+}
+
 /// Calls `step` with 0 to COUNT - 1 as constants: a loop that is unrolled whatever the compiler
 /// thinks, so that arrays indexed by it live in registers.
 template <int... I, class Step>
@@ -119,7 +126,7 @@ IV_INLINE V multiply_add(V a, V b, V c) {
     }
 }
 
-/// Whole vectors at any address.
+/// Whole vectors, or single elements, at any address and of any type there: storage is the host's.
 template <class S>
 IV_INLINE S load_whole(const void* from) {
     S values;
@@ -312,6 +319,27 @@ IV_INLINE void store_first(void* to, S values, int bytes) {
 #endif
 
 // Transposing blocks inside pieces.
+
+/// The pieces that `piece(q)` gives for q = 0, 1, ..., side by side.
+template <class S, class PieceAt>
+IV_INLINE S gather(PieceAt piece) {
+    using Piece = Vector<ElementOf<S>, PIECE>;
+    if constexpr (sizeof(S) == PIECE) {
+        return piece(0);
+    } else if constexpr (sizeof(S) == 2 * PIECE) {
+        return join<Piece>(piece(0), piece(1));
+    } else {
+#if defined(__AVX512BW__)
+        // Broadcasts under masks: they leave the unit that shuffles to the transposing.
+        const auto wide = [&](int q) IV_INLINED { return reinterpret_cast<__m128i>(piece(q)); };
+        __m512i pieces = _mm512_castsi128_si512(wide(0));
+        pieces = _mm512_mask_broadcast_i32x4(pieces, 0x00F0, wide(1));
+        pieces = _mm512_mask_broadcast_i32x4(pieces, 0x0F00, wide(2));
+        pieces = _mm512_mask_broadcast_i32x4(pieces, 0xF000, wide(3));
+        return reinterpret_cast<S>(pieces);
+#endif
+    }
+}
 
 /// The lower (FIRST = 0) or upper half of every piece of a and b, their elements alternating.
 template <class S, std::size_t FIRST, std::size_t... LANE>
