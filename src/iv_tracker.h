@@ -70,8 +70,21 @@ static_assert(offsetof(trk_obj_t, list) == 0,
               "a pointer to a track's link is a pointer to the track");
 static_assert(offsetof(tracker_t, track_list) == 0, "a pointer to the head is one to the tracker");
 
+inline trk_obj_t* track_of(list_head* link) {
+    return reinterpret_cast<trk_obj_t*>(link);
+}
+
+inline bool is_confirmed(const trk_obj_t* obj) {
+    return obj->id >= 0;
+}
+
 /// A zero-filled tentative track, or null when the allocation fails.
 trk_obj_t* create_trk_obj();
+
+/// Makes the four matrices of the motion model. False, with those that were made left to
+/// release_motion_model, iff an allocation fails.
+bool create_motion_model(tracker_t* tracker);
+void release_motion_model(tracker_t* tracker);
 
 /// Gives the track a filter seeded with its box now and before, and a measurement vector. False,
 /// with the track unchanged and nothing allocated, iff an allocation fails. An earlier filter is
@@ -80,6 +93,14 @@ bool kalman_init(tracker_t* tracker, trk_obj_t* obj);
 
 /// Releases the track's filter and measurement vector; neither the pointers nor the track change.
 void kalman_destroy(trk_obj_t* obj);
+
+/// Predicts the track's box for this frame. The filter's estimate does not move, so a track that
+/// misses frames is predicted at the same place again and again.
+void kalman_predict(trk_obj_t* obj);
+
+/// Corrects the filter with the track's box, which holds the detection's, and takes the estimate
+/// instead.
+void kalman_correct(trk_obj_t* obj);
 
 /// A box in centre form.
 struct box_t {
