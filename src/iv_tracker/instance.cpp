@@ -3,6 +3,7 @@
 #include <cstdlib>
 
 #include "iv_tracker.h"
+#include "iv_tracker/search.h"
 
 namespace iv::internal {
 namespace {
@@ -10,6 +11,17 @@ namespace {
 template <class T>
 T* create_array(int count) {
     return static_cast<T*>(std::calloc(static_cast<std::size_t>(count), sizeof(T)));
+}
+
+/// The zero-filled record, with scratch memory behind it in the same block.
+tracker_t* create_record(int nmaxobjs) {
+    void* block = std::calloc(1, sizeof(instance_t) + search_bytes(nmaxobjs));
+    if (!block) {
+        return nullptr;
+    }
+    instance_t* instance = static_cast<instance_t*>(block);
+    search_init(&instance->search, instance + 1, nmaxobjs);
+    return &instance->record;
 }
 
 /// Clamps to 0..1. Written so that NaN becomes 1 and -0.0 becomes 0.0 on every machine.
@@ -29,7 +41,7 @@ using namespace iv::internal;
 
 void* iv_tracker_create(int im_w, int im_h, int nmaxobjs, float euc_thresh, float iou_thresh,
                         int fcnt_stable, int fcnt_removal, int ignore_class) {
-    tracker_t* tracker = create_array<tracker_t>(1);
+    tracker_t* tracker = create_record(nmaxobjs);
     if (!tracker) {
         return nullptr;
     }

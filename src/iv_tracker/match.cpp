@@ -1,41 +1,18 @@
 // Prediction and association: which detection continues which track.
 
 #include "iv_tracker.h"
+#include "iv_tracker/search.h"
 
 namespace iv::internal {
 namespace {
 
-/// No association reaches this far: a squared distance, in units squared.
-constexpr float MAX_DISTANCE = 100.0f;
-
-/// The track nearest to the detection among those it may continue, or null; `mind` becomes its
-/// squared distance. Strictly less: of two tracks equally near, the older one, met first, is taken.
-trk_obj_t* nearest_track(tracker_t* tracker, const det_obj_t& det, float* mind) {
-    trk_obj_t* nearest = nullptr;
-    *mind = MAX_DISTANCE;
-    list_head* head = &tracker->track_list;
-    for (list_head* link = head->next; link != head; link = link->next) {
-        trk_obj_t* obj = track_of(link);
-        if (obj->c != det.c && !tracker->ignore_class) {
-            continue;
-        }
-        const float dx = obj->pr_x - det.x;
-        const float dy = obj->pr_y - det.y;
-        const float d = dx * dx + dy * dy;
-        if (d < *mind) {
-            *mind = d;
-            nearest = obj;
-        }
-    }
-    return nearest;
-}
-
 /// Associates detection n with its nearest track, or leaves it without one. A detection that is
 /// rejected, or loses its track to a nearer one, does not try the next track.
-void match_detection(tracker_t* tracker, int n) {
+void match_detection(tracker_t* tracker, const search_t& search, int n) {
     const det_obj_t& det = tracker->cur_obj[n];
-    float mind;
-    trk_obj_t* obj = nearest_track(tracker, det, &mind);
+    const nearest_t nearest = search_nearest(search, det, tracker->ignore_class != 0);
+    const float mind = nearest.d;
+    trk_obj_t* obj = nearest.age < 0 ? nullptr : search.tracks[nearest.age];
     tracker->match_obj[n] = obj;
     tracker->match_score[n] = mind;
     if (!obj) {
@@ -63,13 +40,18 @@ void match_detection(tracker_t* tracker, int n) {
 } // namespace
 
 void tracker_match(tracker_t* tracker) {
+    search_t* search = search_of(tracker);
+    search->count = 0;
     list_head* head = &tracker->track_list;
     for (list_head* link = head->next; link != head; link = link->next) {
-        kalman_predict(track_of(link));
-        track_of(link)->match_idx = -1;
+        trk_obj_t* obj = track_of(link);
+        kalman_predict(obj);
+        obj->match_idx = -1;
+        search_add(search, obj);
     }
+    search_index(search);
     for (int n = 0; n < tracker->ncurobjs; ++n) {
-        match_detection(tracker, n);
+        match_detection(tracker, *search, n);
     }
 }
 

@@ -1,0 +1,83 @@
+/*
+ * The search for the predicted track nearest to a detection, and its scratch memory. What it reads
+ * of the tracks is copied into contiguous arrays once a frame; few tracks are then scanned from end
+ * to end, many are looked up in a grid. Both ways find the same track at the same distance.
+ */
+#ifndef LIBIV_TRACKER_SEARCH_H
+#define LIBIV_TRACKER_SEARCH_H
+
+#include "iv_tracker.h"
+
+namespace iv::internal {
+
+/// No association reaches this far: a squared distance, in units squared.
+constexpr float MAX_DISTANCE = 100.0f;
+
+/// What the search reads of tracks, one array a field.
+struct centres_t {
+    float* x; ///< predicted centre
+    float* y;
+    int* c;   ///< class
+    int* age; ///< place among the tracks: 0 is the oldest
+};
+
+/// A track and its squared distance. As it stands, no track within reach.
+struct nearest_t {
+    float d = MAX_DISTANCE;
+    int age = -1;
+};
+
+struct search_t {
+    trk_obj_t** tracks; ///< the tracks of this frame, oldest first
+    int count;
+    centres_t ring;   ///< of the tracks, in their order
+    centres_t grid;   ///< the same in order of buckets; within a bucket in order of age
+    unsigned* starts; ///< where each bucket starts in `grid`, and behind the last one the count
+    unsigned buckets; ///< a power of two, at least two
+    int row_bits;     ///< by how much a row's hash is shifted to become a bucket
+};
+
+/// Bytes of scratch memory for that many tracks; as for none when the capacity is negative.
+std::size_t search_bytes(int capacity);
+
+/// Lays the arrays out in `memory`, which is aligned for pointers.
+void search_init(search_t* search, void* memory, int capacity);
+
+/// Adds a predicted track behind those that were added before.
+inline void search_add(search_t* search, trk_obj_t* obj) {
+    const int age = search->count++;
+    search->tracks[age] = obj;
+    search->ring.x[age] = obj->pr_x;
+    search->ring.y[age] = obj->pr_y;
+    search->ring.c[age] = obj->c;
+    search->ring.age[age] = age;
+}
+
+/// Makes what was added ready to be searched.
+void search_index(search_t* search);
+
+/// The nearest of the tracks of the detection's class, or of any class; of equally near ones the
+/// oldest.
+nearest_t search_nearest(const search_t& search, const det_obj_t& det, bool any_class);
+
+// What search_index and search_nearest choose from, by the number of tracks.
+void fill_grid(search_t* search);
+nearest_t nearest_by_scan(const search_t& search, const det_obj_t& det, bool any_class);
+nearest_t nearest_by_grid(const search_t& search, const det_obj_t& det, bool any_class);
+
+/// From this many tracks on the grid is faster.
+constexpr int GRID_PAYS = 64;
+
+/// The block of an instance starts with these two; the arrays of the search are behind them.
+struct instance_t {
+    tracker_t record;
+    search_t search;
+};
+
+inline search_t* search_of(tracker_t* tracker) {
+    return &reinterpret_cast<instance_t*>(tracker)->search;
+}
+
+} // namespace iv::internal
+
+#endif
