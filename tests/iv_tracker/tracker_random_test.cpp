@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <climits>
+#include <cmath>
 #include <map>
 #include <string>
 
@@ -237,6 +238,28 @@ TEST(TrackerRandom, ParametersOfAnyValueMayChangeBetweenFrames) {
 TEST(TrackerRandom, HostileNumbersGiveTheModelsRowsAndRing) {
     const Events events = run_scenes(72, test::rounds(40), 60, 0.1f, true);
     EXPECT_GT(events.confirmations, 0);
+}
+
+// One track in some 8 by 8 units: many detections have several candidates.
+TEST(TrackerRandom, CrowdsGiveTheModelsRowsAndRing) {
+    Random random(test::seed() + 77);
+    for (const int objects : {35, 60, 200, 700}) {
+        const int capacity = objects + objects / 2;
+        const float spread = std::sqrt(static_cast<float>(objects) / 18.0f);
+        const float hostile = objects == 200 ? 0.02f : 0.0f;
+        test::Scene source(random, objects, capacity, hostile, spread);
+        model::Parameters parameters{1.0f, 0.1f, 2, 4, 0};
+        TrackerPair trackers(capacity, parameters);
+        Events events;
+        for (int frame = 0; frame < 12 && !HasFailure(); ++frame) {
+            SCOPED_TRACE(std::to_string(objects) + " objects, frame " + std::to_string(frame));
+            parameters.ignore_class = frame % 4 == 3;
+            trackers.set_params(parameters);
+            trackers.process(source.next_frame(), true, events);
+        }
+        EXPECT_GT(events.rows, objects);
+        EXPECT_GT(events.turned_away, objects / 10);
+    }
 }
 
 TEST(TrackerRandom, TracksConfirmedAgainTakeNewIdsAndFilters) {

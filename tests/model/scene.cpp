@@ -68,10 +68,11 @@ void make_filter_model(Random& random, const std::array<model::Mat, 14>& filter)
     model::setidentity(filter[3]);
 }
 
-Scene::Scene(Random& random, int objects, int capacity, float hostile)
+Scene::Scene(Random& random, int objects, int capacity, float hostile, float spread)
     : random_(random),
       capacity_(capacity),
       hostile_(hostile),
+      spread_(spread),
       noise_(random.uniform(0.0f, 0.6f)),
       miss_(random.uniform(0.0f, 0.5f)),
       grid_(random.chance(0.3f)) {
@@ -81,8 +82,12 @@ Scene::Scene(Random& random, int objects, int capacity, float hostile)
 }
 
 Scene::Object Scene::new_object() {
-    return {random_.between(1, 3),       random_.uniform(0.0f, 40.0f), random_.uniform(0.0f, 30.0f),
-            random_.uniform(0.5f, 9.0f), random_.uniform(0.5f, 9.0f),  random_.uniform(-1.0f, 1.0f),
+    return {random_.between(1, 3),
+            random_.uniform(0.0f, 40.0f * spread_),
+            random_.uniform(0.0f, 30.0f * spread_),
+            random_.uniform(0.5f, 9.0f),
+            random_.uniform(0.5f, 9.0f),
+            random_.uniform(-1.0f, 1.0f),
             random_.uniform(-1.0f, 1.0f)};
 }
 

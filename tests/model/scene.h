@@ -48,7 +48,8 @@ using Rows = std::vector<std::array<float, 6>>;
 /// Objects that move, vanish, come back and are seen with noise among false alarms.
 class Scene {
   public:
-    Scene(Random& random, int objects, int capacity, float hostile);
+    /// `spread` widens the field of 40 by 30 that objects appear in.
+    Scene(Random& random, int objects, int capacity, float hostile, float spread = 1.0f);
 
     /// `capacity` + 1 rows at least.
     Rows next_frame();
@@ -68,6 +69,7 @@ class Scene {
     Random& random_;
     int capacity_;
     float hostile_;
+    float spread_;
     float noise_;
     float miss_;
     bool grid_; ///< edges at multiples of 0.5, so that distances and overlaps tie
