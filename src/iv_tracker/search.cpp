@@ -1,5 +1,6 @@
 #include "iv_tracker/search.h"
 
+#include <cstdint>
 #include <cstring>
 
 namespace iv::internal {
@@ -59,20 +60,42 @@ centres_t take_centres(unsigned char** memory, std::size_t count) {
             take<int>(memory, count)};
 }
 
-/// The better of `best` and the nearest of the centres first..end - 1. Plain single precision, and
-/// a NaN is never less.
-nearest_t nearest(const centres_t& centres, unsigned first, unsigned end, const det_obj_t& det,
-                  bool any_class, nearest_t best) {
-    for (unsigned i = first; i < end; ++i) {
-        const float dx = centres.x[i] - det.x;
-        const float dy = centres.y[i] - det.y;
-        const float d = dx * dx + dy * dy;
-        const bool nearer = d < best.d || (d == best.d && centres.age[i] < best.age);
-        if (nearer && (any_class || centres.c[i] == det.c)) {
-            best = {d, centres.age[i]};
+/// Centres first..end - 1.
+struct range_t {
+    unsigned first, end;
+};
+
+/// Distance first, then age, as one number that orders them: squared distances are not negative,
+/// so their bits order them, and a NaN is beyond all numbers.
+std::uint64_t key_of(float d, int age) {
+    std::uint32_t bits;
+    std::memcpy(&bits, &d, sizeof bits);
+    return std::uint64_t{bits} << 32 | static_cast<std::uint32_t>(age);
+}
+
+/// The nearest of the centres in the ranges: plain single precision, and no branch depends on a
+/// centre, since none could be foretold.
+nearest_t nearest(const centres_t& centres, const range_t* ranges, int count, const det_obj_t& det,
+                  bool any_class) {
+    const std::uint64_t none =
+        key_of(MAX_DISTANCE, 0); // at this distance even the oldest is not less
+    std::uint64_t best = none;
+    for (const range_t* range = ranges; range != ranges + count; ++range) {
+        for (unsigned i = range->first; i < range->end; ++i) {
+            const float dx = centres.x[i] - det.x;
+            const float dy = centres.y[i] - det.y;
+            const std::uint64_t key = key_of(dx * dx + dy * dy, centres.age[i]);
+            const bool nearer = key < best;
+            best = nearer & (any_class | (centres.c[i] == det.c)) ? key : best;
         }
     }
-    return best;
+    nearest_t result;
+    if (best != none) {
+        const std::uint32_t bits = static_cast<std::uint32_t>(best >> 32);
+        std::memcpy(&result.d, &bits, sizeof bits);
+        result.age = static_cast<int>(static_cast<std::uint32_t>(best));
+    }
+    return result;
 }
 
 } // namespace
@@ -120,31 +143,33 @@ void fill_grid(search_t* search) {
 }
 
 nearest_t nearest_by_scan(const search_t& search, const det_obj_t& det, bool any_class) {
-    return nearest(search.ring, 0, static_cast<unsigned>(search.count), det, any_class, {});
+    const range_t all = {0, static_cast<unsigned>(search.count)};
+    return nearest(search.ring, &all, 1, det, any_class);
 }
 
 // A track that the scan finds has a squared distance below 100 as computed. Rounding never turns
 // an order around, so the true difference of the coordinates is below 10 in both directions, both
 // being finite: the centre lies, again in the order of rounded values, between the detection's
-// centre less and plus 10, and its cell between theirs. Other tracks of the same buckets do no
-// harm: they are measured like the scan measures them.
+// centre less and plus 10, and its cell between theirs. Those two are the same cell or neighbours,
+// for even where floats are coarse the two are 32 apart at most. Other tracks of the same buckets
+// do no harm: they are measured as the scan measures them.
 nearest_t nearest_by_grid(const search_t& search, const det_obj_t& det, bool any_class) {
     const int left = cell_of(det.x - REACH);
-    const int right = cell_of(det.x + REACH); // is `left` or the next: rounded, 32 apart at most
-    const int bottom = cell_of(det.y + REACH);
-    nearest_t best;
-    for (int row = cell_of(det.y - REACH); row <= bottom; ++row) {
+    const int right = cell_of(det.x + REACH);
+    // When both rows are the same it is searched twice: cheaper than a branch.
+    const int rows[2] = {cell_of(det.y - REACH), cell_of(det.y + REACH)};
+    range_t ranges[4];
+    int count = 0;
+    for (const int row : rows) {
         unsigned first = bucket_of(search, left, row);
         const unsigned last = bucket_of(search, right, row);
         if (last < first) { // the row goes on at the start of the table
-            best = nearest(search.grid, search.starts[first], search.starts[search.buckets], det,
-                           any_class, best);
+            ranges[count++] = {search.starts[first], search.starts[search.buckets]};
             first = 0;
         }
-        best = nearest(search.grid, search.starts[first], search.starts[last + 1], det, any_class,
-                       best);
+        ranges[count++] = {search.starts[first], search.starts[last + 1]};
     }
-    return best;
+    return nearest(search.grid, ranges, count, det, any_class);
 }
 
 void search_index(search_t* search) {
