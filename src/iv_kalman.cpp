@@ -48,6 +48,18 @@ int getmsizes(int* msizes, int* mrows, int* mcols, int ns, int nm, int flag) {
     return count;
 }
 
+void predict_state(iv_kalman_t* kalman) {
+    iv_mat_mul(kalman->A, kalman->x_post, kalman->x_pre, 0);
+}
+
+void predict_covariance(iv_kalman_t* kalman) {
+    const iv_kalman_t& k = *kalman;
+    // The covariance is symmetric but for rounding; reading it transposed fixes the order of the
+    // sums.
+    iv_mat_mul(k.A, k.P_post, k.temp1, IV_MAT_TRANS_SRC2);
+    iv_mat_muladd(k.temp1, k.A, k.Q, k.P_pre, IV_MAT_TRANS_SRC2);
+}
+
 } // namespace iv::internal
 
 using namespace iv::internal;
@@ -91,12 +103,8 @@ void iv_kalman_release(iv_kalman_t* kalman) {
 }
 
 void iv_kalman_predict(iv_kalman_t* kalman) {
-    const iv_kalman_t& k = *kalman;
-    // The covariance is symmetric but for rounding; reading it transposed fixes the order of the
-    // sums.
-    iv_mat_mul(k.A, k.x_post, k.x_pre, 0);
-    iv_mat_mul(k.A, k.P_post, k.temp1, IV_MAT_TRANS_SRC2);
-    iv_mat_muladd(k.temp1, k.A, k.Q, k.P_pre, IV_MAT_TRANS_SRC2);
+    predict_state(kalman);
+    predict_covariance(kalman);
 }
 
 void iv_kalman_correct(iv_kalman_t* kalman, iv_mat_t* measurement) {

@@ -95,8 +95,11 @@ bool kalman_init(tracker_t* tracker, trk_obj_t* obj);
 void kalman_destroy(trk_obj_t* obj);
 
 /// Predicts the track's box for this frame. The filter's estimate does not move, so a track that
-/// misses frames is predicted at the same place again and again.
+/// misses frames is predicted at the same place again and again. The filter's covariance follows
+/// with kalman_predict_covariance: association has no need of it, and a filter that is predicted
+/// and corrected in one go is fetched from memory once.
 void kalman_predict(trk_obj_t* obj);
+void kalman_predict_covariance(trk_obj_t* obj);
 
 /// Corrects the filter with the track's box, which holds the detection's, and takes the estimate
 /// instead.

@@ -146,6 +146,7 @@ void tracker_update(tracker_t* tracker) {
     for (list_head* link = head->next; link != head; link = next) {
         next = link->next; // the track may go
         trk_obj_t* obj = track_of(link);
+        kalman_predict_covariance(obj);
         if (obj->match_idx >= 0) {
             update_matched(tracker, obj);
         } else {

@@ -2,6 +2,7 @@
 
 #include <cstring>
 
+#include "iv_kalman.h"
 #include "iv_tracker.h"
 
 namespace iv::internal {
@@ -107,7 +108,7 @@ void kalman_destroy(trk_obj_t* obj) {
 
 void kalman_predict(trk_obj_t* obj) {
     if (is_confirmed(obj)) {
-        iv_kalman_predict(obj->kalman);
+        predict_state(obj->kalman);
         const float* x = obj->kalman->x_pre->data.f;
         obj->pr_x = x[X];
         obj->pr_y = x[Y];
@@ -118,6 +119,12 @@ void kalman_predict(trk_obj_t* obj) {
         obj->pr_y = obj->y;
         obj->pr_w = obj->w;
         obj->pr_h = obj->h;
+    }
+}
+
+void kalman_predict_covariance(trk_obj_t* obj) {
+    if (is_confirmed(obj)) {
+        predict_covariance(obj->kalman);
     }
 }
 
