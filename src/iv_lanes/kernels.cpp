@@ -7,6 +7,7 @@
 #pragma GCC diagnostic ignored "-Wsign-conversion"
 
 #include "iv_matrix/product_kernel.h"
+#include "iv_tracker/nearest_kernel.h"
 
 namespace iv::internal {
 
@@ -18,6 +19,7 @@ const Kernels IV_KERNELS = {
     {IV_PRODUCTS(std::uint8_t), IV_PRODUCTS(std::uint8_t), IV_PRODUCTS(std::uint16_t),
      IV_PRODUCTS(std::uint16_t), IV_PRODUCTS(std::uint32_t), IV_PRODUCTS(float),
      IV_PRODUCTS(std::uint64_t), IV_PRODUCTS(double)},
+    nearest,
 };
 
 } // namespace iv::internal

@@ -6,6 +6,7 @@
 #define LIBIV_KERNELS_H
 
 #include <cstddef>
+#include <cstdint>
 
 namespace iv::internal {
 
@@ -24,10 +25,45 @@ struct Product {
 /// How a product reads its second factor and what it does with the terms.
 enum ProductMode { PLUS, MINUS, PLUS_TRANSPOSED, PRODUCT_MODES };
 
+/// Predicted tracks, one array a field. Of the CENTRES_BEYOND places behind the last track x is NaN.
+struct Centres {
+    float* x; ///< centre
+    float* y;
+    std::int32_t* c;   ///< class
+    std::int32_t* age; ///< place among the tracks: 0 is the oldest
+};
+
+/// Places behind the last track that a kernel may read.
+constexpr int CENTRES_BEYOND = 8;
+
+/// Places first..end - 1.
+struct Range {
+    unsigned first, end;
+};
+
+/// What the nearest track is wanted of.
+struct Target {
+    float x, y;
+    std::int32_t c;
+    std::int32_t class_bits; ///< bits of the class that have to agree: all or none
+};
+
+/// A track by its age, and its squared distance.
+struct Nearest {
+    float d;
+    std::int32_t age;
+};
+
+/// No track, at the squared distance that every track has to stay below.
+constexpr Nearest NO_TRACK = {100.0f, -1};
+
 struct Kernels {
     const char* level; ///< name of the instruction set
     /// By depth and mode. Signed and unsigned integers share: the low bits are the same.
     void (*product[8][PRODUCT_MODES])(const Product&);
+    /// The nearest track in the ranges, or NO_TRACK; of equally near ones the oldest. Tracks outside
+    /// of the ranges may be found, too.
+    Nearest (*nearest)(const Centres&, const Range* ranges, int count, const Target&);
 };
 
 #if defined(__x86_64__)

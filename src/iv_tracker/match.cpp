@@ -10,7 +10,7 @@ namespace {
 /// rejected, or loses its track to a nearer one, does not try the next track.
 void match_detection(tracker_t* tracker, const search_t& search, int n) {
     const det_obj_t& det = tracker->cur_obj[n];
-    const nearest_t nearest = search_nearest(search, det, tracker->ignore_class != 0);
+    const Nearest nearest = search_nearest(search, det, tracker->ignore_class != 0);
     const float mind = nearest.d;
     trk_obj_t* obj = nearest.age < 0 ? nullptr : search.tracks[nearest.age];
     tracker->match_obj[n] = obj;

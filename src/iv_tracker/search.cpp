@@ -1,7 +1,8 @@
 #include "iv_tracker/search.h"
 
-#include <cstdint>
+#include <algorithm>
 #include <cstring>
+#include <limits>
 
 namespace iv::internal {
 namespace {
@@ -10,7 +11,7 @@ namespace {
 /// both sides, so that the reach touches two cells in each direction at most.
 constexpr float CELL = 32.0f;
 
-/// The square root of MAX_DISTANCE.
+/// No association reaches this far: the square root of NO_TRACK.d.
 constexpr float REACH = 10.0f;
 
 /// Centres beyond this many cells share the outermost cell: as far as an int goes.
@@ -55,59 +56,30 @@ T* take(unsigned char** memory, std::size_t count) {
     return values;
 }
 
-centres_t take_centres(unsigned char** memory, std::size_t count) {
+Centres take_centres(unsigned char** memory, std::size_t count) {
     return {take<float>(memory, count), take<float>(memory, count), take<int>(memory, count),
             take<int>(memory, count)};
 }
 
-/// Centres first..end - 1.
-struct range_t {
-    unsigned first, end;
-};
-
-/// Distance first, then age, as one number that orders them: squared distances are not negative,
-/// so their bits order them, and a NaN is beyond all numbers.
-std::uint64_t key_of(float d, int age) {
-    std::uint32_t bits;
-    std::memcpy(&bits, &d, sizeof bits);
-    return std::uint64_t{bits} << 32 | static_cast<std::uint32_t>(age);
+/// Writes what the kernel needs behind the last track.
+void close(Centres* centres, int count) {
+    std::fill_n(centres->x + count, CENTRES_BEYOND, std::numeric_limits<float>::quiet_NaN());
 }
 
-/// The nearest of the centres in the ranges: plain single precision, and no branch depends on a
-/// centre, since none could be foretold.
-nearest_t nearest(const centres_t& centres, const range_t* ranges, int count, const det_obj_t& det,
-                  bool any_class) {
-    const std::uint64_t none =
-        key_of(MAX_DISTANCE, 0); // at this distance even the oldest is not less
-    std::uint64_t best = none;
-    for (const range_t* range = ranges; range != ranges + count; ++range) {
-        for (unsigned i = range->first; i < range->end; ++i) {
-            const float dx = centres.x[i] - det.x;
-            const float dy = centres.y[i] - det.y;
-            const std::uint64_t key = key_of(dx * dx + dy * dy, centres.age[i]);
-            const bool nearer = key < best;
-            best = nearer & (any_class | (centres.c[i] == det.c)) ? key : best;
-        }
-    }
-    nearest_t result;
-    if (best != none) {
-        const std::uint32_t bits = static_cast<std::uint32_t>(best >> 32);
-        std::memcpy(&result.d, &bits, sizeof bits);
-        result.age = static_cast<int>(static_cast<std::uint32_t>(best));
-    }
-    return result;
+Target target_of(const det_obj_t& det, bool any_class) {
+    return {det.x, det.y, det.c, any_class ? 0 : -1};
 }
 
 } // namespace
 
 std::size_t search_bytes(int capacity) {
-    const std::size_t count = at_least_none(capacity);
+    const std::size_t count = std::size_t{at_least_none(capacity)} + CENTRES_BEYOND;
     return count * (sizeof(trk_obj_t*) + 4 * sizeof(float) + 4 * sizeof(int)) +
            (std::size_t{buckets_for(at_least_none(capacity))} + 1) * sizeof(unsigned);
 }
 
 void search_init(search_t* search, void* memory, int capacity) {
-    const std::size_t count = at_least_none(capacity);
+    const std::size_t count = std::size_t{at_least_none(capacity)} + CENTRES_BEYOND;
     unsigned char* cursor = static_cast<unsigned char*>(memory);
     search->tracks = take<trk_obj_t*>(&cursor, count);
     search->ring = take_centres(&cursor, count);
@@ -140,11 +112,12 @@ void fill_grid(search_t* search) {
         search->grid.c[place] = search->ring.c[age];
         search->grid.age[place] = age;
     }
+    close(&search->grid, search->count);
 }
 
-nearest_t nearest_by_scan(const search_t& search, const det_obj_t& det, bool any_class) {
-    const range_t all = {0, static_cast<unsigned>(search.count)};
-    return nearest(search.ring, &all, 1, det, any_class);
+Nearest nearest_by_scan(const search_t& search, const det_obj_t& det, bool any_class) {
+    const Range all = {0, static_cast<unsigned>(search.count)};
+    return kernels().nearest(search.ring, &all, 1, target_of(det, any_class));
 }
 
 // A track that the scan finds has a squared distance below 100 as computed. Rounding never turns
@@ -153,12 +126,12 @@ nearest_t nearest_by_scan(const search_t& search, const det_obj_t& det, bool any
 // centre less and plus 10, and its cell between theirs. Those two are the same cell or neighbours,
 // for even where floats are coarse the two are 32 apart at most. Other tracks of the same buckets
 // do no harm: they are measured as the scan measures them.
-nearest_t nearest_by_grid(const search_t& search, const det_obj_t& det, bool any_class) {
+Nearest nearest_by_grid(const search_t& search, const det_obj_t& det, bool any_class) {
     const int left = cell_of(det.x - REACH);
     const int right = cell_of(det.x + REACH);
     // When both rows are the same it is searched twice: cheaper than a branch.
     const int rows[2] = {cell_of(det.y - REACH), cell_of(det.y + REACH)};
-    range_t ranges[4];
+    Range ranges[4];
     int count = 0;
     for (const int row : rows) {
         unsigned first = bucket_of(search, left, row);
@@ -169,16 +142,18 @@ nearest_t nearest_by_grid(const search_t& search, const det_obj_t& det, bool any
         }
         ranges[count++] = {search.starts[first], search.starts[last + 1]};
     }
-    return nearest(search.grid, ranges, count, det, any_class);
+    return kernels().nearest(search.grid, ranges, count, target_of(det, any_class));
 }
 
 void search_index(search_t* search) {
     if (search->count >= GRID_PAYS) {
         fill_grid(search);
+    } else {
+        close(&search->ring, search->count);
     }
 }
 
-nearest_t search_nearest(const search_t& search, const det_obj_t& det, bool any_class) {
+Nearest search_nearest(const search_t& search, const det_obj_t& det, bool any_class) {
     return search.count >= GRID_PAYS ? nearest_by_grid(search, det, any_class)
                                      : nearest_by_scan(search, det, any_class);
 }
