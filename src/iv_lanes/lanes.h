@@ -54,7 +54,7 @@ IV_INLINE std::ptrdiff_t opaque(std::ptrdiff_t value) {
 /// Calls `step` with 0 to COUNT - 1 as constants: a loop that is unrolled whatever the compiler
 /// thinks, so that arrays indexed by it live in registers.
 template <int... I, class Step>
-IV_INLINE void each(std::integer_sequence<int, I...>, Step step) {
+IV_INLINE void each(std::integer_sequence<int, I...>, [[maybe_unused]] Step step) {
     (step(std::integral_constant<int, I>{}), ...);
 }
 template <int COUNT, class Step>

@@ -21,10 +21,24 @@ constexpr int TALL = 4;
 #endif
 constexpr int FLAT = 4;
 
-#if defined(__AVX512BW__) || defined(__aarch64__)
-constexpr int TERMS_KEPT = 16;
+/// Rows of b that are kept in registers while the rows of a pass by.
+#if defined(__AVX512BW__)
+constexpr int KEPT = 16;
 #else
-constexpr int TERMS_KEPT = 8;
+constexpr int KEPT = 8;
+#endif
+
+/// Terms that are added at once, whole pieces of them.
+template <class T>
+constexpr int TERMS = KEPT* static_cast<int>(sizeof(T)) < PIECE
+                          ? PIECE / static_cast<int>(sizeof(T))
+                          : KEPT;
+
+/// Rows of a that pass at once. One is enough where instructions run out of order.
+#if defined(__x86_64__)
+constexpr int ABREAST = 1;
+#else
+constexpr int ABREAST = 4;
 #endif
 
 /// Terms after which the sums rest in the destination, so that the part of b in use stays cached.
@@ -35,28 +49,12 @@ constexpr std::ptrdiff_t INNER_BLOCK = 128;
 template <class T>
 constexpr T NOTHING = std::is_floating_point_v<T> ? -T{0} : T{0};
 
-/// A piece of each row of b that a register has a lane for, as columns: block[s] is element s of
-/// every row.
-template <class L, class T, class LoadPiece>
-IV_INLINE void load_transposed(typename L::Stored (&block)[PIECE / sizeof(T)], LoadPiece piece_of) {
-    constexpr int step = PIECE / sizeof(T);
-    each<step>([&](auto r) IV_INLINED {
-        block[r] =
-            gather<typename L::Stored>([=](int q) IV_INLINED { return piece_of(q * step + r); });
-    });
-    transpose_pieces(block);
-}
-
-/// The same at the edges of b: `count` elements of `left` rows, which lanes beyond repeat. Rare, and
-/// kept out of the loops.
-template <class L, class T>
-[[gnu::noinline]] void load_edge_transposed(typename L::Stored (&block)[PIECE / sizeof(T)],
-                                            const T* b, std::ptrdiff_t b_row, std::ptrdiff_t left,
-                                            int count) {
-    const int bytes = count * static_cast<int>(sizeof(T));
-    load_transposed<L, T>(block, [=](std::ptrdiff_t j) IV_INLINED {
-        return load_first<Vector<T, PIECE>>(b + (j < left ? j : left - 1) * b_row, bytes);
-    });
+/// sum + a * b, or minus, for the factor at `a` and a row of b.
+template <class L, class T, ProductMode MODE>
+IV_INLINE typename L::Computed add_term(const T* a, typename L::Computed b,
+                                        typename L::Computed sum) {
+    const T term = load_whole<T>(a);
+    return L::sum(L::broadcast(MODE == MINUS ? static_cast<T>(-term) : term), b, sum);
 }
 
 /// HEIGHT x VECTORS registers of the result, from row i and column j on. Rows beyond the last repeat
@@ -87,14 +85,13 @@ void tile(const Product& p, std::ptrdiff_t i, std::ptrdiff_t j, std::ptrdiff_t l
         });
     });
 
-    const auto add_term = [&](std::ptrdiff_t k, const Stored(&b)[VECTORS]) IV_INLINED {
+    const auto add_row = [&](std::ptrdiff_t k, const Stored(&b)[VECTORS]) IV_INLINED {
         typename L::Computed values[VECTORS];
         each<VECTORS>([&](auto v) IV_INLINED { values[v] = L::computed(b[v]); });
         each<HEIGHT>([&](auto r) IV_INLINED {
-            const T term = load_whole<T>(a[r] + k * p.a_col);
-            const auto factor = L::broadcast(MODE == MINUS ? static_cast<T>(-term) : term);
-            each<VECTORS>([&](auto v)
-                              IV_INLINED { sum[r][v] = L::sum(factor, values[v], sum[r][v]); });
+            each<VECTORS>([&](auto v) IV_INLINED {
+                sum[r][v] = add_term<L, T, MODE>(a[r] + k * p.a_col, values[v], sum[r][v]);
+            });
         });
     };
     const T* b = static_cast<const T*>(p.b) + j;
@@ -110,13 +107,13 @@ void tile(const Product& p, std::ptrdiff_t i, std::ptrdiff_t j, std::ptrdiff_t l
             Stored row[VECTORS];
             each<VECTORS>([&](auto v)
                               IV_INLINED { row[v] = load_whole<Stored>(b + v * L::COUNT); });
-            add_term(k, row);
+            add_row(k, row);
         }
     }
     for (; k < p.inner; ++k, b += p.b_row) {
         Stored row[VECTORS];
         each<VECTORS>([&](auto v) IV_INLINED { row[v] = load(b, v); });
-        add_term(k, row);
+        add_row(k, row);
     }
 
     each<HEIGHT>([&](auto r) IV_INLINED {
@@ -145,6 +142,178 @@ void panel(const Product& p, std::ptrdiff_t j, std::ptrdiff_t left) {
     }
 }
 
+/// A piece of each row of b that a register has a lane for, as columns: block[s] becomes element s
+/// of every row. `piece_of` loads a row's piece.
+template <class L, class LoadPiece>
+IV_INLINE void transpose_rows(typename L::Stored* block, LoadPiece piece_of) {
+    using Stored = typename L::Stored;
+    constexpr int step = PIECE / sizeof(ElementOf<Stored>);
+    Stored rows[step];
+    each<step>([&](auto r) IV_INLINED {
+        rows[r] = gather<Stored>([=](int q) IV_INLINED { return piece_of(q * step + r); });
+    });
+    transpose_pieces(rows);
+    each<step>([&](auto r) IV_INLINED { block[r] = rows[r]; });
+}
+
+template <class L, class T>
+IV_INLINE void load_transposed(typename L::Stored* block, const T* b, std::ptrdiff_t b_row) {
+    const std::ptrdiff_t row = opaque(b_row);
+    transpose_rows<L>(block, [=](std::ptrdiff_t j)
+                                 IV_INLINED { return load_whole<Vector<T, PIECE>>(b + j * row); });
+}
+
+/// The same at the edges of b: `count` elements of `left` rows, which lanes beyond repeat. Rare, and
+/// kept out of the loops.
+template <class L, class T>
+[[gnu::noinline]] void load_edge_transposed(typename L::Stored* block, const T* b,
+                                            std::ptrdiff_t b_row, std::ptrdiff_t left, int count) {
+    const int bytes = count * static_cast<int>(sizeof(T));
+    transpose_rows<L>(block, [=](std::ptrdiff_t j) IV_INLINED {
+        return load_first<Vector<T, PIECE>>(b + (j < left ? j : left - 1) * b_row, bytes);
+    });
+}
+
+/// Terms k to k + count - 1 of the sums of `left` columns from j on, which start from `start`.
+struct Terms {
+    std::ptrdiff_t k;
+    int count;
+    std::ptrdiff_t j, left;
+    const void* start;
+};
+
+/// Adds terms to all sums of a column of registers: the rows of b that the terms need are kept while
+/// the rows of a pass by. K is their count where they are kept in registers, else 0.
+template <class T, int BYTES, ProductMode MODE, int K>
+void pass_rows(const Product& p, const Terms& terms) {
+    using L = Lanes<T, BYTES>;
+    using Stored = typename L::Stored;
+    constexpr bool transposed = MODE == PLUS_TRANSPOSED;
+    const int bytes = static_cast<int>(terms.left) * static_cast<int>(sizeof(T));
+    Stored b[K ? K : TERMS<T>];
+    if constexpr (transposed) {
+        constexpr int step = PIECE / sizeof(T);
+        const T* from = static_cast<const T*>(p.b) + terms.j * p.b_row + terms.k;
+        const auto keep = [&](auto group) IV_INLINED {
+            const int rest = terms.count - group * step;
+            if (terms.left == L::COUNT && (K || rest >= step)) {
+                load_transposed<L>(b + group * step, from + group * step, p.b_row);
+            } else {
+                load_edge_transposed<L>(b + group * step, from + group * step, p.b_row, terms.left,
+                                        rest < step ? rest : step);
+            }
+        };
+        if constexpr (K) {
+            each<K / step>(keep);
+        } else {
+            for (int group = 0; group * step < terms.count; ++group) {
+                keep(group);
+            }
+        }
+    } else {
+        const T* from = static_cast<const T*>(p.b) + terms.k * p.b_row + terms.j;
+        const auto keep = [&](auto k)
+                              IV_INLINED { b[k] = load_first<Stored>(from + k * p.b_row, bytes); };
+        if constexpr (K) {
+            each<K>(keep);
+        } else {
+            for (int k = 0; k < terms.count; ++k) {
+                keep(k);
+            }
+        }
+    }
+    const std::ptrdiff_t a_col = transposed ? 1 : p.a_col;
+    const T* a = static_cast<const T*>(p.a) + terms.k * a_col;
+    const T* from = static_cast<const T*>(terms.start) + terms.j;
+    T* d = static_cast<T*>(p.d) + terms.j;
+    for (std::ptrdiff_t rows = p.rows; rows > 0; rows -= ABREAST) {
+        const T* term[ABREAST] = {a};
+        std::ptrdiff_t at[ABREAST] = {0};
+        each<ABREAST - 1>([&](auto r) IV_INLINED {
+            term[r + 1] = term[r] + (r + 1 < rows ? p.a_row : 0);
+            at[r + 1] = at[r] + (r + 1 < rows ? p.cols : 0);
+        });
+        typename L::Computed sum[ABREAST];
+        each<ABREAST>([&](auto r) IV_INLINED {
+            sum[r] = L::computed(terms.start ? load_first<Stored>(from + at[r], bytes)
+                                             : splat<Stored>(NOTHING<T>));
+        });
+        const auto add_row = [&](auto k) IV_INLINED {
+            each<ABREAST>([&](auto r) IV_INLINED {
+                sum[r] = add_term<L, T, MODE>(term[r], L::computed(b[k]), sum[r]);
+                term[r] += a_col;
+            });
+        };
+        if constexpr (K) {
+            each<K>(add_row);
+        } else {
+            for (int k = 0; k < terms.count; ++k) {
+                add_row(k);
+            }
+        }
+        each<ABREAST>([&](auto r)
+                          IV_INLINED { store_first<Stored>(d + at[r], L::stored(sum[r]), bytes); });
+        a += ABREAST * p.a_row;
+        from += ABREAST * p.cols;
+        d += ABREAST * p.cols;
+    }
+}
+
+/// Whether so many terms get code of their own: full blocks, and the counts of small matrices where
+/// masks serve their edges in place.
+template <class T, ProductMode MODE>
+constexpr bool in_registers(int count) {
+    if (MODE == PLUS_TRANSPOSED && count % (PIECE / static_cast<int>(sizeof(T))) != 0) {
+        return false;
+    }
+    const bool full = count == TERMS<T> && MODE != MINUS;
+    const bool filter = count == 4 || count == 8;
+    const bool tiny = count == 2 || count == 3 || count == 6 || count == 12;
+    return full || (MASKS && std::is_floating_point_v<T> && (filter || (tiny && MODE == PLUS))) ||
+           (MASKS && count == 8 && MODE == PLUS);
+}
+
+template <class T, int BYTES, ProductMode MODE, class Counts>
+struct Passes;
+template <class T, int BYTES, ProductMode MODE, int... COUNT>
+struct Passes<T, BYTES, MODE, std::integer_sequence<int, COUNT...>> {
+    static constexpr void (*OF[])(const Product&, const Terms&) = {
+        pass_rows < T, BYTES, MODE, in_registers<T, MODE>(COUNT) ? COUNT : 0 > ...};
+};
+
+/// pass_rows for as many terms as there are, 0 to TERMS.
+template <class T, int BYTES, ProductMode MODE>
+IV_INLINE void pass(const Product& p, const Terms& terms) {
+    using Counts = std::make_integer_sequence<int, TERMS<T> + 1>;
+    Passes<T, BYTES, MODE, Counts>::OF[terms.count](p, terms);
+}
+
+/// A column of registers with b read transposed, a block of terms at a time.
+template <class T, int BYTES>
+void transposed_panel(const Product& p, std::ptrdiff_t j, std::ptrdiff_t left) {
+    Terms terms{0, 0, j, left, p.start};
+    do {
+        const std::ptrdiff_t rest = p.inner - terms.k;
+        terms.count = rest < TERMS<T> ? static_cast<int>(rest) : TERMS<T>;
+        pass<T, BYTES, PLUS_TRANSPOSED>(p, terms);
+        terms.start = p.d;
+        terms.k += TERMS<T>;
+    } while (terms.k < p.inner);
+}
+
+template <class T>
+void transposed_product(const Product& p) {
+    constexpr std::ptrdiff_t wide = WIDE / sizeof(T);
+    constexpr std::ptrdiff_t narrow = NARROW / sizeof(T);
+    std::ptrdiff_t j = 0;
+    for (; p.cols - j > narrow; j += wide) {
+        transposed_panel<T, WIDE>(p, j, p.cols - j < wide ? p.cols - j : wide);
+    }
+    if (j < p.cols) {
+        transposed_panel<T, NARROW>(p, j, p.cols - j);
+    }
+}
+
 template <class T, ProductMode MODE>
 void tiles(const Product& p) {
     constexpr std::ptrdiff_t wide = WIDE / sizeof(T);
@@ -168,6 +337,13 @@ void tiles(const Product& p) {
 
 template <class T, ProductMode MODE>
 void product(const Product& whole) {
+    constexpr std::ptrdiff_t wide = WIDE / sizeof(T);
+    constexpr std::ptrdiff_t narrow = NARROW / sizeof(T);
+    if (MASKS && whole.inner <= TERMS<T> && whole.cols <= wide) {
+        const Terms all{0, static_cast<int>(whole.inner), 0, whole.cols, whole.start};
+        return whole.cols <= narrow ? pass<T, NARROW, MODE>(whole, all)
+                                    : pass<T, WIDE, MODE>(whole, all);
+    }
     if (whole.inner <= INNER_BLOCK) {
         return tiles<T, MODE>(whole);
     }
@@ -178,99 +354,6 @@ void product(const Product& whole) {
         block.inner = whole.inner - k < INNER_BLOCK ? whole.inner - k : INNER_BLOCK;
         tiles<T, MODE>(block);
         block.start = whole.d;
-    }
-}
-
-// The second factor read transposed: a register is filled with one element of many rows of b. What
-// was transposed is worth keeping, so a block of b stays in registers and all rows of a pass by.
-
-/// Terms that a block of b has registers for, and half of them.
-template <class T>
-constexpr int MANY = sizeof(T) < 4 ? PIECE / static_cast<int>(sizeof(T)) : TERMS_KEPT;
-template <class T>
-constexpr int SOME = sizeof(T) < 4 ? MANY<T> : TERMS_KEPT / 2;
-
-/// Adds the terms k to k + count - 1 to the sums of `left` columns from j on, which start from
-/// `start`. K is the count, or 0 where only the call knows it.
-template <class T, int BYTES, int K>
-void add_terms(const Product& p, const void* start, std::ptrdiff_t j, std::ptrdiff_t left,
-               std::ptrdiff_t k, int count) {
-    using L = Lanes<T, BYTES>;
-    using Stored = typename L::Stored;
-    constexpr int step = PIECE / sizeof(T);
-    constexpr int groups = (K ? K : MANY<T>) / step;
-    const T* b = static_cast<const T*>(p.b) + j * p.b_row + k;
-    Stored block[groups][step];
-    const std::ptrdiff_t b_row = opaque(p.b_row);
-    const auto load_group = [&](auto g) IV_INLINED {
-        const int rest = count - g * step;
-        if (left == L::COUNT && (K || rest >= step)) {
-            load_transposed<L, T>(block[g], [=](std::ptrdiff_t row) IV_INLINED {
-                return load_whole<Vector<T, PIECE>>(b + row * b_row + g * step);
-            });
-        } else {
-            load_edge_transposed<L, T>(block[g], b + g * step, p.b_row, left,
-                                       rest < step ? rest : step);
-        }
-    };
-    if constexpr (K) {
-        each<groups>(load_group);
-    } else {
-        for (int g = 0; g * step < count; ++g) {
-            load_group(g);
-        }
-    }
-    const int bytes = static_cast<int>(left) * static_cast<int>(sizeof(T));
-    const T* a = static_cast<const T*>(p.a) + k;
-    const T* from = static_cast<const T*>(start) + j;
-    T* d = static_cast<T*>(p.d) + j;
-    for (std::ptrdiff_t i = 0; i < p.rows; ++i) {
-        typename L::Computed sum =
-            L::computed(start ? load_first<Stored>(from, bytes) : splat<Stored>(NOTHING<T>));
-        const auto add_term = [&](auto s) IV_INLINED {
-            sum = L::sum(L::broadcast(load_whole<T>(a + s)), L::computed(block[s / step][s % step]),
-                         sum);
-        };
-        if constexpr (K) {
-            each<K>(add_term);
-        } else {
-            for (int s = 0; s < count; ++s) {
-                add_term(s);
-            }
-        }
-        store_first<Stored>(d, L::stored(sum), bytes);
-        a += p.a_row;
-        from += p.cols;
-        d += p.cols;
-    }
-}
-
-template <class T, int BYTES>
-void transposed_panel(const Product& p, std::ptrdiff_t j, std::ptrdiff_t left) {
-    const void* start = p.start;
-    std::ptrdiff_t k = 0;
-    for (; k + MANY<T> <= p.inner; k += MANY<T>) {
-        add_terms<T, BYTES, MANY<T>>(p, start, j, left, k, MANY<T>);
-        start = p.d;
-    }
-    const int rest = static_cast<int>(p.inner - k);
-    if (rest == SOME<T>) {
-        add_terms<T, BYTES, SOME<T>>(p, start, j, left, k, rest);
-    } else if (rest > 0 || k == 0) {
-        add_terms<T, BYTES, 0>(p, start, j, left, k, rest);
-    }
-}
-
-template <class T>
-void transposed_product(const Product& p) {
-    constexpr std::ptrdiff_t wide = WIDE / sizeof(T);
-    constexpr std::ptrdiff_t narrow = NARROW / sizeof(T);
-    std::ptrdiff_t j = 0;
-    for (; p.cols - j > narrow; j += wide) {
-        transposed_panel<T, WIDE>(p, j, p.cols - j < wide ? p.cols - j : wide);
-    }
-    if (j < p.cols) {
-        transposed_panel<T, NARROW>(p, j, p.cols - j);
     }
 }
 
