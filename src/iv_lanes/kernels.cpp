@@ -12,7 +12,7 @@
 namespace iv::internal {
 
 #define IV_PRODUCTS(T) \
-    { product<T, PLUS>, product<T, MINUS>, transposed_product<T> }
+    { product<T, PLUS>, product<T, MINUS>, product<T, PLUS_TRANSPOSED> }
 
 const Kernels IV_KERNELS = {
     IV_LEVEL,

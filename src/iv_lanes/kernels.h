@@ -10,16 +10,23 @@
 
 namespace iv::internal {
 
-/// d = start + sign * a * b, where a is any strided matrix and the others lie packed.
-struct Product {
-    const void* a;               ///< rows x inner
-    std::ptrdiff_t a_row, a_col; ///< values from one row of a to the next, one column to the next
-    const void* b;               ///< inner x cols, or cols x inner where it is read transposed
-    std::ptrdiff_t b_row;        ///< values from one row of b to the next
-    const void* start;           ///< rows x cols, may be d; null: sums start from their first term
-    void* d;                     ///< rows x cols
-    std::ptrdiff_t rows, cols;
+/// Some columns and terms of a product: where they start, and how many there are.
+struct ProductPart {
+    const void* a;     ///< rows x inner
+    const void* b;     ///< inner x cols, or cols x inner where it is read transposed
+    const void* start; ///< rows x cols, may be d; null: sums start from their first term
+    void* d;           ///< rows x cols
+    std::ptrdiff_t cols;
     std::ptrdiff_t inner; ///< index summed over, ascending
+};
+
+/// d = start + sign * a * b
+struct Product {
+    ProductPart all;
+    std::ptrdiff_t a_row, a_col; ///< values from one row of a to the next, one column to the next
+    std::ptrdiff_t b_row;        ///< values from one row of b to the next
+    std::ptrdiff_t d_row;        ///< values from one row of d, and of start, to the next
+    std::ptrdiff_t rows;         ///< of a and d
 };
 
 /// How a product reads its second factor and what it does with the terms.

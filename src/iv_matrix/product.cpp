@@ -30,16 +30,25 @@ Factor first_transposed(const iv_mat_t* mat) {
 void compute(int type, ProductMode mode, Factor a, const iv_mat_t* b, const void* start,
              iv_mat_t* dst) {
     const int inner = start || a.inner > 0 ? a.inner : 1;
-    Product p{a.mat->data.p, a.row,       a.col,     b->data.p, b->cols,
-              start,         dst->data.p, dst->rows, dst->cols, inner};
-    if (p.cols == 1 && mode != MINUS) {
+    const auto kernel = kernels().product[IV_MAT_DEPTH(type)];
+    if (dst->cols == 1 && mode != MINUS) {
         // A single column is the row it equals in storage, with the factors exchanged.
-        const bool rows_of_a = p.a_col == 1;
-        p = {b->data.p, 0,   1, a.mat->data.p, rows_of_a ? p.a_row : p.a_col,
-             start,     p.d, 1, p.rows,        inner};
-        mode = rows_of_a ? PLUS_TRANSPOSED : PLUS;
+        const bool rows_of_a = a.col == 1;
+        kernel[rows_of_a ? PLUS_TRANSPOSED : PLUS](
+            {{b->data.p, a.mat->data.p, start, dst->data.p, dst->rows, inner},
+             0,
+             1,
+             rows_of_a ? a.row : a.col,
+             dst->rows,
+             1});
+    } else {
+        kernel[mode]({{a.mat->data.p, b->data.p, start, dst->data.p, dst->cols, inner},
+                      a.row,
+                      a.col,
+                      b->cols,
+                      dst->cols,
+                      dst->rows});
     }
-    kernels().product[IV_MAT_DEPTH(type)][mode](p);
 }
 
 bool has_shape(const iv_mat_t* mat, int rows, int cols) {

@@ -14,12 +14,17 @@ namespace {
 
 // Rows of a tile of one register a row, and of one with two. There are enough sums to cover the
 // latency of the multiply-add, and few enough to leave registers for b.
-#if defined(__AVX2__)
-constexpr int TALL = 8;
+#if defined(__AVX512BW__)
+constexpr int TALL[] = {8, 8};
+#elif defined(__AVX2__)
+constexpr int TALL[] = {8, 4};
 #else
-constexpr int TALL = 4;
+constexpr int TALL[] = {4, 4};
 #endif
 constexpr int FLAT = 4;
+
+/// Terms from which on the taller tiles make up for their longer start and end.
+constexpr std::ptrdiff_t LONG = 64;
 
 /// Rows of b that are kept in registers while the rows of a pass by.
 #if defined(__AVX512BW__)
@@ -57,31 +62,31 @@ IV_INLINE typename L::Computed add_term(const T* a, typename L::Computed b,
     return L::sum(L::broadcast(MODE == MINUS ? static_cast<T>(-term) : term), b, sum);
 }
 
-/// HEIGHT x VECTORS registers of the result, from row i and column j on. Rows beyond the last repeat
-/// it: they compute and store the same. Of the columns `left` exist.
+/// Rows i to i + HEIGHT - 1 of a part that is VECTORS registers wide or less. Rows beyond the last
+/// repeat it: they compute and store the same.
 template <class T, ProductMode MODE, int BYTES, int HEIGHT, int VECTORS>
-void tile(const Product& p, std::ptrdiff_t i, std::ptrdiff_t j, std::ptrdiff_t left) {
+void tile(const Product& p, const ProductPart& part, std::ptrdiff_t i) {
     using L = Lanes<T, BYTES>;
     using Stored = typename L::Stored;
-    const T* a[HEIGHT] = {static_cast<const T*>(p.a) + i * p.a_row};
-    std::ptrdiff_t at[HEIGHT] = {i * p.cols + j}; // where the row lies in start and d
+    const T* a[HEIGHT] = {static_cast<const T*>(part.a) + i * p.a_row};
+    std::ptrdiff_t at[HEIGHT] = {i * p.d_row}; // where the row lies in start and d
     each<HEIGHT - 1>([&](auto r) IV_INLINED {
         const bool exists = i + r + 1 < p.rows;
         a[r + 1] = a[r] + (exists ? p.a_row : 0);
-        at[r + 1] = at[r] + (exists ? p.cols : 0);
+        at[r + 1] = at[r] + (exists ? p.d_row : 0);
     });
 
     typename L::Computed sum[HEIGHT][VECTORS];
     const int last =
-        (static_cast<int>(left) - (VECTORS - 1) * L::COUNT) * static_cast<int>(sizeof(T));
+        (static_cast<int>(part.cols) - (VECTORS - 1) * L::COUNT) * static_cast<int>(sizeof(T));
     const auto load = [last](const T* from, int v) IV_INLINED {
         return v < VECTORS - 1 ? load_whole<Stored>(from + v * L::COUNT)
                                : load_first<Stored>(from + v * L::COUNT, last);
     };
     each<HEIGHT>([&](auto r) IV_INLINED {
         each<VECTORS>([&](auto v) IV_INLINED {
-            sum[r][v] = L::computed(p.start ? load(static_cast<const T*>(p.start) + at[r], v)
-                                            : splat<Stored>(NOTHING<T>));
+            sum[r][v] = L::computed(part.start ? load(static_cast<const T*>(part.start) + at[r], v)
+                                               : splat<Stored>(NOTHING<T>));
         });
     });
 
@@ -94,12 +99,12 @@ void tile(const Product& p, std::ptrdiff_t i, std::ptrdiff_t j, std::ptrdiff_t l
             });
         });
     };
-    const T* b = static_cast<const T*>(p.b) + j;
+    const T* b = static_cast<const T*>(part.b);
     std::ptrdiff_t k = 0;
     if constexpr (!MASKS) {
-        // Whole registers may reach into the next row of b, but not behind its end.
-        std::ptrdiff_t reach = j + VECTORS * L::COUNT - p.b_row;
-        std::ptrdiff_t inside = p.inner;
+        // Whole registers may reach into the next row of b, but not behind the last.
+        std::ptrdiff_t reach = VECTORS * L::COUNT - part.cols;
+        std::ptrdiff_t inside = part.inner;
         for (; reach > 0 && inside > 0; reach -= p.b_row) {
             --inside;
         }
@@ -110,7 +115,7 @@ void tile(const Product& p, std::ptrdiff_t i, std::ptrdiff_t j, std::ptrdiff_t l
             add_row(k, row);
         }
     }
-    for (; k < p.inner; ++k, b += p.b_row) {
+    for (; k < part.inner; ++k, b += p.b_row) {
         Stored row[VECTORS];
         each<VECTORS>([&](auto v) IV_INLINED { row[v] = load(b, v); });
         add_row(k, row);
@@ -118,7 +123,7 @@ void tile(const Product& p, std::ptrdiff_t i, std::ptrdiff_t j, std::ptrdiff_t l
 
     each<HEIGHT>([&](auto r) IV_INLINED {
         each<VECTORS>([&](auto v) IV_INLINED {
-            T* to = static_cast<T*>(p.d) + at[r] + v * L::COUNT;
+            T* to = static_cast<T*>(part.d) + at[r] + v * L::COUNT;
             if (v < VECTORS - 1) {
                 store_whole<Stored>(to, L::stored(sum[r][v]));
             } else {
@@ -126,20 +131,6 @@ void tile(const Product& p, std::ptrdiff_t i, std::ptrdiff_t j, std::ptrdiff_t l
             }
         });
     });
-}
-
-/// All rows of the columns of one tile.
-template <class T, ProductMode MODE, int BYTES, int HEIGHT, int VECTORS>
-void panel(const Product& p, std::ptrdiff_t j, std::ptrdiff_t left) {
-    std::ptrdiff_t i = 0;
-    if constexpr (HEIGHT > FLAT) {
-        for (; p.rows - i > FLAT; i += HEIGHT) {
-            tile<T, MODE, BYTES, HEIGHT, VECTORS>(p, i, j, left);
-        }
-    }
-    for (; i < p.rows; i += FLAT) {
-        tile<T, MODE, BYTES, FLAT, VECTORS>(p, i, j, left);
-    }
 }
 
 /// A piece of each row of b that a register has a lane for, as columns: block[s] becomes element s
@@ -174,69 +165,61 @@ template <class L, class T>
     });
 }
 
-/// Terms k to k + count - 1 of the sums of `left` columns from j on, which start from `start`.
-struct Terms {
-    std::ptrdiff_t k;
-    int count;
-    std::ptrdiff_t j, left;
-    const void* start;
-};
-
-/// Adds terms to all sums of a column of registers: the rows of b that the terms need are kept while
-/// the rows of a pass by. K is their count where they are kept in registers, else 0.
-template <class T, int BYTES, ProductMode MODE, int K>
-void pass_rows(const Product& p, const Terms& terms) {
+/// A part with one register a row and few terms: the rows of b are kept while the rows of a pass
+/// by. K is the number of terms where the rows of b are kept in registers, else 0.
+template <class T, ProductMode MODE, int BYTES, int K>
+void pass_rows(const Product& p, const ProductPart& part) {
     using L = Lanes<T, BYTES>;
     using Stored = typename L::Stored;
     constexpr bool transposed = MODE == PLUS_TRANSPOSED;
-    const int bytes = static_cast<int>(terms.left) * static_cast<int>(sizeof(T));
+    const int bytes = static_cast<int>(part.cols) * static_cast<int>(sizeof(T));
+    const int count = static_cast<int>(part.inner);
+    const T* from = static_cast<const T*>(part.b);
     Stored b[K ? K : TERMS<T>];
     if constexpr (transposed) {
         constexpr int step = PIECE / sizeof(T);
-        const T* from = static_cast<const T*>(p.b) + terms.j * p.b_row + terms.k;
         const auto keep = [&](auto group) IV_INLINED {
-            const int rest = terms.count - group * step;
-            if (terms.left == L::COUNT && (K || rest >= step)) {
+            const int rest = count - group * step;
+            if (part.cols == L::COUNT && (K || rest >= step)) {
                 load_transposed<L>(b + group * step, from + group * step, p.b_row);
             } else {
-                load_edge_transposed<L>(b + group * step, from + group * step, p.b_row, terms.left,
+                load_edge_transposed<L>(b + group * step, from + group * step, p.b_row, part.cols,
                                         rest < step ? rest : step);
             }
         };
         if constexpr (K) {
             each<K / step>(keep);
         } else {
-            for (int group = 0; group * step < terms.count; ++group) {
+            for (int group = 0; group * step < count; ++group) {
                 keep(group);
             }
         }
     } else {
-        const T* from = static_cast<const T*>(p.b) + terms.k * p.b_row + terms.j;
         const auto keep = [&](auto k)
                               IV_INLINED { b[k] = load_first<Stored>(from + k * p.b_row, bytes); };
         if constexpr (K) {
             each<K>(keep);
         } else {
-            for (int k = 0; k < terms.count; ++k) {
+            for (int k = 0; k < count; ++k) {
                 keep(k);
             }
         }
     }
     const std::ptrdiff_t a_col = transposed ? 1 : p.a_col;
-    const T* a = static_cast<const T*>(p.a) + terms.k * a_col;
-    const T* from = static_cast<const T*>(terms.start) + terms.j;
-    T* d = static_cast<T*>(p.d) + terms.j;
+    const T* a = static_cast<const T*>(part.a);
+    const T* start = static_cast<const T*>(part.start);
+    T* d = static_cast<T*>(part.d);
     for (std::ptrdiff_t rows = p.rows; rows > 0; rows -= ABREAST) {
         const T* term[ABREAST] = {a};
         std::ptrdiff_t at[ABREAST] = {0};
         each<ABREAST - 1>([&](auto r) IV_INLINED {
             term[r + 1] = term[r] + (r + 1 < rows ? p.a_row : 0);
-            at[r + 1] = at[r] + (r + 1 < rows ? p.cols : 0);
+            at[r + 1] = at[r] + (r + 1 < rows ? p.d_row : 0);
         });
         typename L::Computed sum[ABREAST];
         each<ABREAST>([&](auto r) IV_INLINED {
-            sum[r] = L::computed(terms.start ? load_first<Stored>(from + at[r], bytes)
-                                             : splat<Stored>(NOTHING<T>));
+            sum[r] = L::computed(part.start ? load_first<Stored>(start + at[r], bytes)
+                                            : splat<Stored>(NOTHING<T>));
         });
         const auto add_row = [&](auto k) IV_INLINED {
             each<ABREAST>([&](auto r) IV_INLINED {
@@ -247,15 +230,15 @@ void pass_rows(const Product& p, const Terms& terms) {
         if constexpr (K) {
             each<K>(add_row);
         } else {
-            for (int k = 0; k < terms.count; ++k) {
+            for (int k = 0; k < count; ++k) {
                 add_row(k);
             }
         }
         each<ABREAST>([&](auto r)
                           IV_INLINED { store_first<Stored>(d + at[r], L::stored(sum[r]), bytes); });
         a += ABREAST * p.a_row;
-        from += ABREAST * p.cols;
-        d += ABREAST * p.cols;
+        start += part.start ? ABREAST * p.d_row : 0;
+        d += ABREAST * p.d_row;
     }
 }
 
@@ -273,88 +256,74 @@ constexpr bool in_registers(int count) {
            (MASKS && count == 8 && MODE == PLUS);
 }
 
-template <class T, int BYTES, ProductMode MODE, class Counts>
+template <class T, ProductMode MODE, int BYTES, class Counts>
 struct Passes;
-template <class T, int BYTES, ProductMode MODE, int... COUNT>
-struct Passes<T, BYTES, MODE, std::integer_sequence<int, COUNT...>> {
-    static constexpr void (*OF[])(const Product&, const Terms&) = {
-        pass_rows < T, BYTES, MODE, in_registers<T, MODE>(COUNT) ? COUNT : 0 > ...};
+template <class T, ProductMode MODE, int BYTES, int... COUNT>
+struct Passes<T, MODE, BYTES, std::integer_sequence<int, COUNT...>> {
+    static constexpr void (*OF[])(const Product&, const ProductPart&) = {
+        pass_rows < T, MODE, BYTES, in_registers<T, MODE>(COUNT) ? COUNT : 0 > ...};
 };
 
-/// pass_rows for as many terms as there are, 0 to TERMS.
-template <class T, int BYTES, ProductMode MODE>
-IV_INLINE void pass(const Product& p, const Terms& terms) {
-    using Counts = std::make_integer_sequence<int, TERMS<T> + 1>;
-    Passes<T, BYTES, MODE, Counts>::OF[terms.count](p, terms);
-}
-
-/// A column of registers with b read transposed, a block of terms at a time.
-template <class T, int BYTES>
-void transposed_panel(const Product& p, std::ptrdiff_t j, std::ptrdiff_t left) {
-    Terms terms{0, 0, j, left, p.start};
-    do {
-        const std::ptrdiff_t rest = p.inner - terms.k;
-        terms.count = rest < TERMS<T> ? static_cast<int>(rest) : TERMS<T>;
-        pass<T, BYTES, PLUS_TRANSPOSED>(p, terms);
-        terms.start = p.d;
-        terms.k += TERMS<T>;
-    } while (terms.k < p.inner);
-}
-
-template <class T>
-void transposed_product(const Product& p) {
-    constexpr std::ptrdiff_t wide = WIDE / sizeof(T);
-    constexpr std::ptrdiff_t narrow = NARROW / sizeof(T);
-    std::ptrdiff_t j = 0;
-    for (; p.cols - j > narrow; j += wide) {
-        transposed_panel<T, WIDE>(p, j, p.cols - j < wide ? p.cols - j : wide);
-    }
-    if (j < p.cols) {
-        transposed_panel<T, NARROW>(p, j, p.cols - j);
-    }
-}
-
-template <class T, ProductMode MODE>
-void tiles(const Product& p) {
-    constexpr std::ptrdiff_t wide = WIDE / sizeof(T);
-    constexpr std::ptrdiff_t narrow = NARROW / sizeof(T);
-    const auto at_most = [&p](std::ptrdiff_t j, std::ptrdiff_t count) {
-        return p.cols - j < count ? p.cols - j : count;
-    };
-    std::ptrdiff_t j = 0;
-    if constexpr (MODE == PLUS) {
-        for (; p.cols - j > wide; j += 2 * wide) {
-            panel<T, MODE, WIDE, FLAT, 2>(p, j, at_most(j, 2 * wide));
+/// All rows of a part that is VECTORS registers wide or less.
+template <class T, ProductMode MODE, int BYTES, int VECTORS>
+IV_INLINE void panel(const Product& p, const ProductPart& part) {
+    if constexpr (VECTORS == 1 && (MASKS || MODE == PLUS_TRANSPOSED)) {
+        if (MODE == PLUS_TRANSPOSED || part.inner <= TERMS<T>) {
+            using Counts = std::make_integer_sequence<int, TERMS<T> + 1>;
+            return Passes<T, MODE, BYTES, Counts>::OF[part.inner > 0 ? part.inner : 0](p, part);
         }
     }
-    for (; p.cols - j > narrow; j += wide) {
-        panel<T, MODE, WIDE, TALL, 1>(p, j, at_most(j, wide));
-    }
-    if (j < p.cols) {
-        panel<T, MODE, NARROW, TALL, 1>(p, j, p.cols - j);
+    if constexpr (MODE != PLUS_TRANSPOSED) {
+        constexpr int height = TALL[VECTORS - 1];
+        std::ptrdiff_t i = 0;
+        if constexpr (height > FLAT) {
+            if (part.inner >= LONG) {
+                for (; p.rows - i > FLAT; i += height) {
+                    tile<T, MODE, BYTES, height, VECTORS>(p, part, i);
+                }
+            }
+        }
+        for (; i < p.rows; i += FLAT) {
+            tile<T, MODE, BYTES, FLAT, VECTORS>(p, part, i);
+        }
     }
 }
 
 template <class T, ProductMode MODE>
-void product(const Product& whole) {
+void product(const Product& p) {
+    constexpr bool transposed = MODE == PLUS_TRANSPOSED;
+    constexpr std::ptrdiff_t block = transposed ? TERMS<T> : INNER_BLOCK;
     constexpr std::ptrdiff_t wide = WIDE / sizeof(T);
     constexpr std::ptrdiff_t narrow = NARROW / sizeof(T);
-    if (MASKS && whole.inner <= TERMS<T> && whole.cols <= wide) {
-        const Terms all{0, static_cast<int>(whole.inner), 0, whole.cols, whole.start};
-        return whole.cols <= narrow ? pass<T, NARROW, MODE>(whole, all)
-                                    : pass<T, WIDE, MODE>(whole, all);
+    const auto one_register_wide = [&p](const ProductPart& part) IV_INLINED {
+        part.cols > narrow ? panel<T, MODE, WIDE, 1>(p, part) : panel<T, MODE, NARROW, 1>(p, part);
+    };
+    const ProductPart& all = p.all;
+    if (all.cols <= wide && all.inner <= block) {
+        return one_register_wide(all);
     }
-    if (whole.inner <= INNER_BLOCK) {
-        return tiles<T, MODE>(whole);
-    }
-    Product block = whole;
-    for (std::ptrdiff_t k = 0; k < whole.inner; k += INNER_BLOCK) {
-        block.a = static_cast<const T*>(whole.a) + k * whole.a_col;
-        block.b = static_cast<const T*>(whole.b) + k * whole.b_row;
-        block.inner = whole.inner - k < INNER_BLOCK ? whole.inner - k : INNER_BLOCK;
-        tiles<T, MODE>(block);
-        block.start = whole.d;
-    }
+    std::ptrdiff_t k = 0;
+    do {
+        const T* a = static_cast<const T*>(all.a) + k * p.a_col;
+        const T* b = static_cast<const T*>(all.b) + k * (transposed ? 1 : p.b_row);
+        const T* start = static_cast<const T*>(k > 0 ? all.d : all.start);
+        T* d = static_cast<T*>(all.d);
+        const std::ptrdiff_t inner = all.inner - k < block ? all.inner - k : block;
+        for (std::ptrdiff_t j = 0; j < all.cols;) {
+            const std::ptrdiff_t left = all.cols - j;
+            const std::ptrdiff_t most = MODE == PLUS && left > wide ? 2 * wide : wide;
+            const ProductPart part{
+                a,     b + j * (transposed ? p.b_row : 1), start ? start + j : nullptr,
+                d + j, left < most ? left : most,          inner};
+            if (MODE == PLUS && left > wide) {
+                panel<T, MODE, WIDE, 2>(p, part);
+            } else {
+                one_register_wide(part);
+            }
+            j += most;
+        }
+        k += block;
+    } while (k < all.inner);
 }
 
 } // namespace
