@@ -8,7 +8,11 @@
 #include <cstddef>
 #include <cstdint>
 
+#include "_libiv.h"
+
 namespace iv::internal {
+
+struct WorkArea;
 
 /// Some columns and terms of a product: where they start, and how many there are.
 struct ProductPart {
@@ -31,6 +35,13 @@ struct Product {
 
 /// How a product reads its second factor and what it does with the terms.
 enum ProductMode { PLUS, MINUS, PLUS_TRANSPOSED, PRODUCT_MODES };
+
+/// d[i] = operation(a[i], b[i]) over flat arrays of `bytes` bytes, at least Kernels::width, of which
+/// d starts at or before a source or does not overlap it. The b of a scaling is one value, a
+/// negation has none.
+using Elementwise = void(const void* a, const void* b, void* d, std::ptrdiff_t bytes);
+
+enum ElementwiseOperation { NEG, SCALE, ADD, SUB, ELEMENTWISE_OPERATIONS, FILL };
 
 /// Predicted tracks, one array a field. Of the CENTRES_BEYOND places behind the last track x is NaN.
 struct Centres {
@@ -65,9 +76,22 @@ struct Nearest {
 constexpr Nearest NO_TRACK = {100.0f, -1};
 
 struct Kernels {
-    const char* level; ///< name of the instruction set
+    const char* level;    ///< name of the instruction set
+    std::ptrdiff_t width; ///< bytes of a register
     /// By depth and mode. Signed and unsigned integers share: the low bits are the same.
     void (*product[8][PRODUCT_MODES])(const Product&);
+    /// By depth and operation, shared likewise.
+    Elementwise* elementwise[8][ELEMENTWISE_OPERATIONS];
+    Elementwise* fill; ///< d[i] = *b, in 64-bit words; the last may be cut
+    /// By the logarithm of an element's size. src is rows x cols, dst does not overlap it; the
+    /// elements of a row have 16 bytes at least, and so those of a column.
+    void (*transpose[4])(const void* src, void* dst, std::ptrdiff_t rows, std::ptrdiff_t cols);
+    // The equations of a filter with 8 states and 4 measured values, storage as created.
+    void (*predict_state)(const iv_kalman_t&);
+    void (*predict_covariance)(const iv_kalman_t&);
+    void (*correct)(const iv_kalman_t&, const float* measurement, WorkArea&);
+    /// Inverts the n x n floats at `from`, 1 to MAX_INVERSE_ORDER, into `to`, which may be `from`.
+    void (*invert)(WorkArea&, int n, const void* from, void* to);
     /// The nearest track in the ranges, or NO_TRACK; of equally near ones the oldest. Tracks outside
     /// of the ranges may be found, too.
     Nearest (*nearest)(const Centres&, const Range* ranges, int count, const Target&);
@@ -77,6 +101,9 @@ struct Kernels {
 extern const Kernels KERNELS_BASELINE;
 extern const Kernels KERNELS_V3; ///< AVX2 and FMA
 extern const Kernels KERNELS_V4; ///< AVX-512: F, BW, DQ and VL
+
+/// Whether this machine has the instructions of a table.
+bool runs(const Kernels& level);
 
 /// Finds the best table for this machine and remembers it.
 const Kernels& choose_kernels();

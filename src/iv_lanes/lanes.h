@@ -51,11 +51,19 @@ IV_INLINE std::ptrdiff_t opaque(std::ptrdiff_t value) {
     return value;
 }
 
+/// A number that the compiler knows. That of the standard library converts by a function of external
+/// linkage.
+template <int I>
+struct Constant {
+    static constexpr int value = I;
+    IV_INLINE constexpr operator int() const { return I; }
+};
+
 /// Calls `step` with 0 to COUNT - 1 as constants: a loop that is unrolled whatever the compiler
 /// thinks, so that arrays indexed by it live in registers.
 template <int... I, class Step>
 IV_INLINE void each(std::integer_sequence<int, I...>, [[maybe_unused]] Step step) {
-    (step(std::integral_constant<int, I>{}), ...);
+    (step(Constant<I>{}), ...);
 }
 template <int COUNT, class Step>
 IV_INLINE void each(Step step) {
@@ -81,6 +89,16 @@ IV_INLINE V splat_lanes(ElementOf<V> value, std::index_sequence<LANE...>) {
 template <class V>
 IV_INLINE V splat(ElementOf<V> value) {
     return splat_lanes<V>(value, std::make_index_sequence<sizeof(V) / sizeof(ElementOf<V>)>{});
+}
+
+/// 0, 1, 2...
+template <class V, std::size_t... LANE>
+IV_INLINE V count_lanes(std::index_sequence<LANE...>) {
+    return V{LANE...};
+}
+template <class V>
+IV_INLINE V lane_numbers() {
+    return count_lanes<V>(std::make_index_sequence<sizeof(V) / sizeof(ElementOf<V>)>{});
 }
 
 /// c + a * b in every lane: one fused multiply-add for floats, wrapping around for integers.
@@ -137,6 +155,75 @@ IV_INLINE S load_whole(const void* from) {
 template <class S>
 IV_INLINE void store_whole(void* to, S values) {
     std::memcpy(to, &values, sizeof values);
+}
+
+// Floats and the doubles that they widen to.
+
+/// As many floats as D has doubles. A register is never narrower than a piece: two floats are its
+/// lower half.
+template <class D>
+using FloatsOf = Vector<float, (sizeof(D) > 2 * PIECE ? sizeof(D) / 2 : PIECE)>;
+
+template <class D>
+IV_INLINE D widen(FloatsOf<D> values) {
+#if defined(__AVX512F__)
+    if constexpr (sizeof(D) == 64) {
+        // All of it: without a mask, g++ 12 warns of its own header.
+        return _mm512_maskz_cvtps_pd(0xFF, values);
+    }
+#endif
+#if defined(__AVX2__)
+    if constexpr (sizeof(D) == 32) {
+        return _mm256_cvtps_pd(values);
+    }
+#endif
+    if constexpr (sizeof(D) == 16) {
+#if defined(__x86_64__)
+        return _mm_cvtps_pd(values);
+#else
+        return vcvt_f64_f32(vget_low_f32(values));
+#endif
+    }
+}
+
+/// Rounded to the nearest float.
+template <class D>
+IV_INLINE FloatsOf<D> narrow(D values) {
+#if defined(__AVX512F__)
+    if constexpr (sizeof(D) == 64) {
+        return _mm512_maskz_cvtpd_ps(0xFF, values);
+    }
+#endif
+#if defined(__AVX2__)
+    if constexpr (sizeof(D) == 32) {
+        return _mm256_cvtpd_ps(values);
+    }
+#endif
+    if constexpr (sizeof(D) == 16) {
+#if defined(__x86_64__)
+        return _mm_cvtpd_ps(values);
+#else
+        const float32x2_t half = vcvt_f32_f64(values);
+        return vcombine_f32(half, half);
+#endif
+    }
+}
+
+/// D's worth of floats at any address.
+template <class D>
+IV_INLINE D load_widened(const float* from) {
+    if constexpr (sizeof(D) == PIECE) {
+        const Vector<double, PIECE> pair{load_whole<double>(from), 0.0};
+        return widen<D>(reinterpret_cast<FloatsOf<D>>(pair));
+    } else {
+        return widen<D>(load_whole<FloatsOf<D>>(from));
+    }
+}
+
+template <class D>
+IV_INLINE void store_narrowed(float* to, D values) {
+    const auto floats = narrow(values);
+    std::memcpy(to, &floats, sizeof values / 2);
 }
 
 // Halves of a vector.
@@ -326,7 +413,7 @@ IV_INLINE S gather(PieceAt piece) {
     using Piece = Vector<ElementOf<S>, PIECE>;
     if constexpr (sizeof(S) == PIECE) {
         return piece(0);
-    } else if constexpr (sizeof(S) == 2 * PIECE) {
+    } else if constexpr (sizeof(S) == std::size_t{2} * PIECE) {
         return join<Piece>(piece(0), piece(1));
     } else {
 #if defined(__AVX512BW__)
@@ -367,6 +454,28 @@ IV_INLINE void transpose_pieces(S (&v)[P]) {
     }
 }
 
+/// Every second piece of a and then of b, from piece FIRST (0 or 1) on.
+template <class S, std::size_t FIRST, std::size_t... LANE>
+IV_INLINE S every_second_piece(S a, S b, std::index_sequence<LANE...>) {
+    constexpr std::size_t piece = PIECE / sizeof(ElementOf<S>);
+    return __builtin_shufflevector(a, b, ((2 * (LANE / piece) + FIRST) * piece + LANE % piece)...);
+}
+
+/// Transposes the pieces of as many vectors as each has: piece q of v[r] becomes piece r of v[q].
+template <class S, std::size_t Q>
+IV_INLINE void exchange_pieces(S (&v)[Q]) {
+    static_assert(Q == sizeof(S) / PIECE);
+    constexpr auto lanes = std::make_index_sequence<LANES<S>>{};
+    for (std::size_t step = 1; step < Q; step *= 2) {
+        S mixed[Q];
+        each<Q / 2>([&](auto r) IV_INLINED {
+            mixed[r] = every_second_piece<S, 0>(v[2 * r], v[2 * r + 1], lanes);
+            mixed[r + Q / 2] = every_second_piece<S, 1>(v[2 * r], v[2 * r + 1], lanes);
+        });
+        each<Q>([&](auto r) IV_INLINED { v[r] = mixed[r]; });
+    }
+}
+
 /// A register of T's storage and how it computes.
 template <class T, int BYTES_>
 struct Lanes {
@@ -381,6 +490,7 @@ struct Lanes {
     IV_INLINE static Computed sum(Stored factor, Computed values, Computed start) {
         return multiply_add(factor, values, start);
     }
+    IV_INLINE static Computed product(Stored factor, Computed values) { return factor * values; }
 };
 
 #if defined(__x86_64__)
@@ -406,6 +516,9 @@ struct Lanes<std::uint8_t, BYTES_> {
     IV_INLINE static Wide broadcast(std::uint8_t value) { return splat<Wide>(value); }
     IV_INLINE static Computed sum(Wide factor, Computed values, Computed start) {
         return {start.even + factor * values.even, start.odd + factor * values.odd};
+    }
+    IV_INLINE static Computed product(Wide factor, Computed values) {
+        return {factor * values.even, factor * values.odd};
     }
 };
 #endif

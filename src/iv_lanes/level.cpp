@@ -33,26 +33,30 @@ constexpr bool all(unsigned value, unsigned bits) {
 constexpr unsigned STATES_AVX = 0x06;    // SSE and AVX registers
 constexpr unsigned STATES_AVX512 = 0xE6; // and masks, upper halves, upper registers
 
-const Kernels& best_kernels() {
-    const Registers basic = identify(1);
-    const Registers extended = identify(7);
-    if (!all(basic.ecx, bit_OSXSAVE | bit_FMA) || !all(extended.ebx, bit_AVX2)) {
-        return KERNELS_BASELINE;
-    }
-    const unsigned states = saved_states();
-    if (!all(states, STATES_AVX)) {
-        return KERNELS_BASELINE;
-    }
-    constexpr unsigned avx512 = bit_AVX512F | bit_AVX512BW | bit_AVX512DQ | bit_AVX512VL | bit_BMI2;
-    return all(states, STATES_AVX512) && all(extended.ebx, avx512) ? KERNELS_V4 : KERNELS_V3;
-}
-
 } // namespace
 
 const Kernels* chosen_kernels;
 
+bool runs(const Kernels& level) {
+    if (&level == &KERNELS_BASELINE) {
+        return true;
+    }
+    const Registers basic = identify(1);
+    const Registers extended = identify(7);
+    if (!all(basic.ecx, bit_OSXSAVE | bit_FMA) || !all(extended.ebx, bit_AVX2)) {
+        return false;
+    }
+    if (&level == &KERNELS_V3) {
+        return all(saved_states(), STATES_AVX);
+    }
+    constexpr unsigned avx512 = bit_AVX512F | bit_AVX512BW | bit_AVX512DQ | bit_AVX512VL | bit_BMI2;
+    return all(extended.ebx, avx512) && all(saved_states(), STATES_AVX512);
+}
+
 const Kernels& choose_kernels() {
-    const Kernels& best = best_kernels();
+    const Kernels& best = runs(KERNELS_V4)   ? KERNELS_V4
+                          : runs(KERNELS_V3) ? KERNELS_V3
+                                             : KERNELS_BASELINE;
     __atomic_store_n(&chosen_kernels, &best, __ATOMIC_RELAXED);
     return best;
 }

@@ -64,6 +64,24 @@ struct Tag {
 template <class TagOfT>
 using TypeOf = typename TagOfT::type;
 
+/// Copies one value of 1, 2, 4 or 8 bytes: reads all of it, then writes it.
+inline void copy_value(void* to, const void* from, std::ptrdiff_t size) {
+    const auto copy = [=](auto bits) {
+        std::memcpy(&bits, from, sizeof bits);
+        std::memcpy(to, &bits, sizeof bits);
+    };
+    switch (size) {
+        case 1:
+            return copy(std::uint8_t{});
+        case 2:
+            return copy(std::uint16_t{});
+        case 4:
+            return copy(std::uint32_t{});
+        default:
+            return copy(std::uint64_t{});
+    }
+}
+
 /// Calls `visit` with the tag of the scalar type of `type`'s depth.
 template <class Visitor>
 void visit_depth(int type, Visitor visit) {
@@ -112,6 +130,14 @@ inline int value_count(const iv_mat_t* mat) {
 
 inline bool same_shape(const iv_mat_t* a, const iv_mat_t* b) {
     return a->rows == b->rows && a->cols == b->cols;
+}
+
+/// Whether two stretches of storage share a byte.
+inline bool overlap(const void* a, std::ptrdiff_t bytes_a, const void* b, std::ptrdiff_t bytes_b) {
+    const auto start_a = reinterpret_cast<std::uintptr_t>(a);
+    const auto start_b = reinterpret_cast<std::uintptr_t>(b);
+    return start_a < start_b + static_cast<std::uintptr_t>(bytes_b) &&
+           start_b < start_a + static_cast<std::uintptr_t>(bytes_a);
 }
 
 } // namespace iv::internal

@@ -1,5 +1,10 @@
 // Element-wise arithmetic: one pass over the flat array of values.
+//
+// What storage may overlap fixes the results: each value is read just before its result is written,
+// in ascending order. The loops here say so, and elementwise_kernel.h computes what no order can
+// tell from that.
 
+#include "iv_lanes/kernels.h"
 #include "iv_matrix/element.h"
 
 using namespace iv::internal;
@@ -10,76 +15,97 @@ bool same_type_and_shape(const iv_mat_t* a, const iv_mat_t* b) {
     return a->type == b->type && same_shape(a, b);
 }
 
-// Storage may overlap: each value is read just before its result is written, in ascending order,
-// and nothing here may promise the compiler otherwise.
+/// Whether what is written to `d` is read from `s` later: d starts within s. Where both start
+/// together or d starts below, every byte is read before it is written, however wide the reads are.
+bool is_read_later(const void* d, const void* s, std::ptrdiff_t bytes) {
+    const auto distance = reinterpret_cast<std::uintptr_t>(d) - reinterpret_cast<std::uintptr_t>(s);
+    return distance - 1 < static_cast<std::uintptr_t>(bytes) - 1;
+}
 
-/// dst[i] = op(src[i])
-template <class T, class Op>
-void map(const iv_mat_t* src, iv_mat_t* dst, Op op) {
-    const Cell<T>* in = cells<T>(src);
-    Cell<T>* out = cells<T>(dst);
-    const int count = value_count(src);
-    for (int i = 0; i < count; ++i) {
-        out[i].value = op(in[i].value);
+/// The definition: one value after the other. Volatile, or else the compiler adds vector code of its
+/// own for operands that do not overlap.
+template <class T>
+void one_by_one(ElementwiseOperation operation, const void* src1, const void* src2, void* dst,
+                std::ptrdiff_t count) {
+    const auto* a = static_cast<const volatile Cell<T>*>(src1);
+    const auto* b = static_cast<const volatile Cell<T>*>(src2);
+    auto* d = static_cast<volatile Cell<T>*>(dst);
+    for (; count > 0; --count, ++a, ++d) {
+        const T value = a->value;
+        switch (operation) {
+            case NEG:
+                d->value = Arithmetic<T>::neg(value);
+                break;
+            case SCALE:
+                d->value = Arithmetic<T>::mul(value, b->value);
+                break;
+            case ADD:
+                d->value = Arithmetic<T>::add(value, (b++)->value);
+                break;
+            default:
+                d->value = Arithmetic<T>::sub(value, (b++)->value);
+        }
     }
 }
 
-/// dst[i] = op(src1[i], src2[i])
-template <class T, class Op>
-void combine(const iv_mat_t* src1, const iv_mat_t* src2, iv_mat_t* dst, Op op) {
-    const Cell<T>* left = cells<T>(src1);
-    const Cell<T>* right = cells<T>(src2);
-    Cell<T>* out = cells<T>(dst);
-    const int count = value_count(src1);
-    for (int i = 0; i < count; ++i) {
-        out[i].value = op(left[i].value, right[i].value);
+/// dst = src1 operation b
+void compute(ElementwiseOperation operation, const iv_mat_t* src1, const void* b,
+             const iv_mat_t* dst) {
+    const void* a = src1->data.p;
+    void* d = dst->data.p;
+    const std::ptrdiff_t count = value_count(src1);
+    const std::ptrdiff_t bytes = count * IV_ELEM_SIZE1(src1->type);
+    if (bytes <= 0) {
+        return;
     }
+    const bool two_sources = operation == ADD || operation == SUB;
+    const Kernels& table = kernels();
+    if (bytes >= table.width && !is_read_later(d, a, bytes) &&
+        !(two_sources && is_read_later(d, b, bytes))) {
+        return table.elementwise[IV_MAT_DEPTH(src1->type)][operation](a, b, d, bytes);
+    }
+    visit_depth(src1->type, [=](auto tag) {
+        // Signed and unsigned integers share: the low bits are the same.
+        using T = TypeOf<decltype(tag)>;
+        one_by_one<std::conditional_t<std::is_integral_v<T>, BitsOf<T>, T>>(operation, a, b, d,
+                                                                            count);
+    });
 }
 
 } // namespace
 
 void iv_mat_neg(iv_mat_t* src, iv_mat_t* dst) {
-    if (!same_type_and_shape(src, dst)) {
+    // Unsigned values have no negation: the destination keeps what it holds.
+    const int depth = IV_MAT_DEPTH(src->type);
+    if (!same_type_and_shape(src, dst) || depth == IV_8U || depth == IV_16U) {
         return;
     }
-    visit_depth(src->type, [src, dst](auto tag) {
-        using T = TypeOf<decltype(tag)>;
-        // Unsigned values have no negation: the destination keeps what it holds.
-        if constexpr (std::is_signed_v<T>) {
-            map<T>(src, dst, Arithmetic<T>::neg);
-        }
-    });
+    compute(NEG, src, nullptr, dst);
 }
 
 void iv_mat_scale(void* pval, iv_mat_t* src, iv_mat_t* dst) {
     if (!same_type_and_shape(src, dst)) {
         return;
     }
-    visit_depth(src->type, [pval, src, dst](auto tag) {
-        using T = TypeOf<decltype(tag)>;
-        // Read once, before anything is written, and also for an empty matrix: the value may lie in
-        // the destination, and a compiler may not move the read.
-        const T factor = static_cast<const volatile Cell<T>*>(pval)->value;
-        map<T>(src, dst, [factor](T value) { return Arithmetic<T>::mul(value, factor); });
+    // Read once, before anything is written, and also for an empty matrix: the value may lie in the
+    // destination, and a compiler may not move the read.
+    std::uint64_t factor = 0;
+    visit_depth(src->type, [&factor, pval](auto tag) {
+        using Bits = BitsOf<TypeOf<decltype(tag)>>;
+        const Bits value = static_cast<const volatile Cell<Bits>*>(pval)->value;
+        std::memcpy(&factor, &value, sizeof value);
     });
+    compute(SCALE, src, &factor, dst);
 }
 
 void iv_mat_add(iv_mat_t* src1, iv_mat_t* src2, iv_mat_t* dst) {
-    if (!same_type_and_shape(src1, src2) || !same_type_and_shape(src1, dst)) {
-        return;
+    if (same_type_and_shape(src1, src2) && same_type_and_shape(src1, dst)) {
+        compute(ADD, src1, src2->data.p, dst);
     }
-    visit_depth(src1->type, [=](auto tag) {
-        using T = TypeOf<decltype(tag)>;
-        combine<T>(src1, src2, dst, Arithmetic<T>::add);
-    });
 }
 
 void iv_mat_sub(iv_mat_t* src1, iv_mat_t* src2, iv_mat_t* dst) {
-    if (!same_type_and_shape(src1, src2) || !same_type_and_shape(src1, dst)) {
-        return;
+    if (same_type_and_shape(src1, src2) && same_type_and_shape(src1, dst)) {
+        compute(SUB, src1, src2->data.p, dst);
     }
-    visit_depth(src1->type, [=](auto tag) {
-        using T = TypeOf<decltype(tag)>;
-        combine<T>(src1, src2, dst, Arithmetic<T>::sub);
-    });
 }

@@ -58,13 +58,14 @@ constexpr T NOTHING = std::is_floating_point_v<T> ? -T{0} : T{0};
 template <class L, class T, ProductMode MODE>
 IV_INLINE typename L::Computed add_term(const T* a, typename L::Computed b,
                                         typename L::Computed sum) {
-    const T term = load_whole<T>(a);
-    return L::sum(L::broadcast(MODE == MINUS ? static_cast<T>(-term) : term), b, sum);
+    const auto factor = L::broadcast(load_whole<T>(a));
+    return L::sum(MODE == MINUS ? -factor : factor, b, sum);
 }
 
 /// Rows i to i + HEIGHT - 1 of a part that is VECTORS registers wide or less. Rows beyond the last
 /// repeat it: they compute and store the same.
 template <class T, ProductMode MODE, int BYTES, int HEIGHT, int VECTORS>
+// One function, so that its registers are allotted once. NOLINTNEXTLINE(readability-function-size)
 void tile(const Product& p, const ProductPart& part, std::ptrdiff_t i) {
     using L = Lanes<T, BYTES>;
     using Stored = typename L::Stored;

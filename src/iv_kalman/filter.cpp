@@ -4,8 +4,12 @@
 #include "iv_kalman.h"
 
 #include <cstdlib>
+#include <cstring>
+#include <utility>
 
+#include "iv_lanes/kernels.h"
 #include "iv_matrix/element.h"
+#include "iv_matrix/inverse.h"
 
 namespace iv::internal {
 namespace {
@@ -48,12 +52,121 @@ int getmsizes(int* msizes, int* mrows, int* mcols, int ns, int nm, int flag) {
     return count;
 }
 
+namespace {
+
+// The shape that has kernels of its own.
+constexpr int FUSED_NS = 8;
+constexpr int FUSED_NM = 4;
+
+/// The bytes of a matrix of floats.
+constexpr std::ptrdiff_t size_of(int rows, int cols) {
+    return std::ptrdiff_t{4} * rows * cols;
+}
+
+/// Where creation puts the filter's own matrices, in the order of the block.
+enum Own { X_PRE, X_POST, P_PRE, P_POST, GAIN, TEMP1, TEMP2, TEMP3, TEMP4, TEMP5, OWN };
+struct Place {
+    int rows, cols;
+    std::ptrdiff_t offset; ///< of the header, from the end of the record
+};
+struct Layout {
+    Place own[OWN];
+    std::ptrdiff_t bytes;
+};
+
+constexpr Layout fused_layout() {
+    constexpr int ns = FUSED_NS;
+    constexpr int nm = FUSED_NM;
+    Layout layout{{{ns, 1, 0},
+                   {ns, 1, 0},
+                   {ns, ns, 0},
+                   {ns, ns, 0},
+                   {ns, nm, 0},
+                   {ns, ns, 0},
+                   {ns, nm, 0},
+                   {nm, nm, 0},
+                   {nm, nm, 0},
+                   {nm, 1, 0}},
+                  0};
+    for (Place& place : layout.own) { // sizes that leave no gaps
+        place.offset = layout.bytes;
+        layout.bytes += std::ptrdiff_t{sizeof(iv_mat_t)} + size_of(place.rows, place.cols);
+    }
+    return layout;
+}
+constexpr Layout FUSED = fused_layout();
+
+const u08_t* block_of(const iv_kalman_t& k) {
+    return reinterpret_cast<const u08_t*>(&k + 1);
+}
+
+/// Whether a header says what creation writes for so many rows and columns.
+bool is_packed(const iv_mat_t* mat, int rows, int cols) {
+    const s32_t created[4] = {IV_32F, rows, cols, static_cast<s32_t>(size_of(1, cols))};
+    return std::memcmp(mat, created, sizeof created) == 0;
+}
+
+/// Whether these of the filter's matrices are as creation left them. Pointers are compared before
+/// anything behind them is read.
+template <int... INDEX>
+bool are_as_created(const iv_kalman_t& k, std::integer_sequence<int, INDEX...>) {
+    const u08_t* block = block_of(k);
+    const bool in_place =
+        ((reinterpret_cast<const u08_t*>(k.*FIELDS[INDEX]) == block + FUSED.own[INDEX].offset) &
+         ...);
+    return in_place &&
+           (is_packed(k.*FIELDS[INDEX], FUSED.own[INDEX].rows, FUSED.own[INDEX].cols) && ...) &&
+           (((k.*FIELDS[INDEX])->data.p ==
+             block + FUSED.own[INDEX].offset + std::ptrdiff_t{sizeof(iv_mat_t)}) &
+            ...);
+}
+
+/// Whether a caller's matrix has the shape and overlaps nothing of what filters write.
+bool is_readable(const iv_kalman_t& k, const iv_mat_t* mat, int rows, int cols) {
+    const auto block = reinterpret_cast<std::uintptr_t>(block_of(k));
+    const auto apart = [block](const void* p, std::ptrdiff_t bytes) {
+        const auto at = reinterpret_cast<std::uintptr_t>(p);
+        return at + static_cast<std::uintptr_t>(bytes) <= block ||
+               at >= block + static_cast<std::uintptr_t>(FUSED.bytes);
+    };
+    return apart(mat, sizeof *mat) && is_packed(mat, rows, cols) &&
+           apart(mat->data.p, size_of(rows, cols));
+}
+
+// Whether the fused kernels do what the matrix calls of a step would: the filter has their shape,
+// every header is as creation left it, and no operand of the caller's is written.
+
+bool is_state_fused(const iv_kalman_t& k) {
+    return are_as_created(k, std::integer_sequence<int, X_PRE, X_POST>{}) &&
+           is_readable(k, k.A, FUSED_NS, FUSED_NS);
+}
+
+bool is_covariance_fused(const iv_kalman_t& k) {
+    return are_as_created(k, std::integer_sequence<int, P_PRE, P_POST, TEMP1>{}) &&
+           is_readable(k, k.A, FUSED_NS, FUSED_NS) && is_readable(k, k.Q, FUSED_NS, FUSED_NS);
+}
+
+bool is_correction_fused(const iv_kalman_t& k, const iv_mat_t* measurement) {
+    return are_as_created(k, std::make_integer_sequence<int, OWN>{}) &&
+           is_readable(k, k.H, FUSED_NM, FUSED_NS) && is_readable(k, k.R, FUSED_NM, FUSED_NM) &&
+           is_readable(k, measurement, FUSED_NM, 1);
+}
+
+} // namespace
+
 void predict_state(iv_kalman_t* kalman) {
-    iv_mat_mul(kalman->A, kalman->x_post, kalman->x_pre, 0);
+    const iv_kalman_t& k = *kalman;
+    if (is_state_fused(k)) {
+        return kernels().predict_state(k);
+    }
+    iv_mat_mul(k.A, k.x_post, k.x_pre, 0);
 }
 
 void predict_covariance(iv_kalman_t* kalman) {
     const iv_kalman_t& k = *kalman;
+    if (is_covariance_fused(k)) {
+        return kernels().predict_covariance(k);
+    }
     // The covariance is symmetric but for rounding; reading it transposed fixes the order of the
     // sums.
     iv_mat_mul(k.A, k.P_post, k.temp1, IV_MAT_TRANS_SRC2);
@@ -109,6 +222,9 @@ void iv_kalman_predict(iv_kalman_t* kalman) {
 
 void iv_kalman_correct(iv_kalman_t* kalman, iv_mat_t* measurement) {
     const iv_kalman_t& k = *kalman;
+    if (is_correction_fused(k, measurement)) {
+        return kernels().correct(k, measurement->data.f, inverse_work_area());
+    }
     // Gain: K = P_pre H' (H P_pre H' + R)^-1. The status of the inverse is not examined: a refusal
     // leaves temp4 as it was.
     iv_mat_mul(k.P_pre, k.H, k.temp2, IV_MAT_TRANS_SRC2);

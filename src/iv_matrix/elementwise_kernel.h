@@ -1,0 +1,102 @@
+/*
+ * Element-wise arithmetic and fills as instructions: one pass over flat arrays, a register at a
+ * time.
+ */
+#ifndef LIBIV_MATRIX_ELEMENTWISE_KERNEL_H
+#define LIBIV_MATRIX_ELEMENTWISE_KERNEL_H
+
+#include "iv_lanes/kernels.h"
+#include "iv_lanes/lanes.h"
+
+namespace iv::internal {
+namespace {
+
+/// Registers of a turn of the loop, and how many of them are computed before the first is stored:
+/// some CPUs would wait for each alone, those with wide registers do better without a queue.
+constexpr int TURN = 4;
+constexpr int AHEAD = WIDE == PIECE ? TURN : 1;
+
+/// d[i] = operation(a[i], b[i]) over `bytes` bytes, at least a register.
+///
+/// Registers are stored in ascending order, each after the next one is loaded. So the second may
+/// start where stores are aligned and the last where it ends with the array: what overlaps is
+/// written twice, but not read in between, and d may be a source.
+template <class T, ElementwiseOperation OPERATION>
+void elementwise(const void* a, const void* b, void* d, std::ptrdiff_t bytes) {
+    // Two loads for a store are the limit, and some CPUs do a wide one in two halves: narrow ones,
+    // which they do as fast, wait less for each other.
+    constexpr bool two_sources = OPERATION == ADD || OPERATION == SUB;
+    constexpr int BYTES = two_sources ? NARROW : WIDE;
+    using L = Lanes<T, BYTES>;
+    using Stored = typename L::Stored;
+    T value{};
+    if constexpr (OPERATION == FILL || OPERATION == SCALE) {
+        std::memcpy(&value, b, sizeof value);
+    }
+    const auto constant = L::broadcast(value);
+    const auto result = [=](const std::uint8_t* left, const std::uint8_t* right)
+                            IV_INLINED -> Stored {
+        if constexpr (OPERATION == FILL) {
+            return constant;
+        } else if constexpr (OPERATION == SCALE) {
+            return L::stored(L::product(constant, L::computed(load_whole<Stored>(left))));
+        } else if constexpr (OPERATION == NEG) {
+            return -load_whole<Stored>(left);
+        } else if constexpr (OPERATION == ADD) {
+            return load_whole<Stored>(left) + load_whole<Stored>(right);
+        } else {
+            return load_whole<Stored>(left) - load_whole<Stored>(right);
+        }
+    };
+
+    // A source that an operation lacks is any array: nothing is loaded from it.
+    const auto* left = static_cast<const std::uint8_t*>(OPERATION == FILL ? d : a);
+    const auto* right = two_sources ? static_cast<const std::uint8_t*>(b) : left;
+    const auto* const last_left = left + bytes - BYTES;
+    const auto* const last_right = right + bytes - BYTES;
+    auto* ready_for = static_cast<std::uint8_t*>(d); // where the register goes that is ready
+    auto* next = ready_for;
+    auto* const end = next + bytes - BYTES;
+    Stored ready = result(left, right);
+    const auto advance = [&](std::ptrdiff_t by) IV_INLINED {
+        left += by;
+        right += by;
+        next += by;
+    };
+    // Whole values, should none be aligned. Of two registers or fewer there is nothing between, or
+    // else the last would be loaded from what the first had been stored to.
+    constexpr std::uintptr_t whole_values = -sizeof(T);
+    const std::uintptr_t unaligned =
+        bytes <= 2 * BYTES ? 0 : reinterpret_cast<std::uintptr_t>(d) % BYTES;
+    advance(static_cast<std::ptrdiff_t>((BYTES - unaligned) & whole_values));
+    while (end - next > (TURN - 1) * BYTES) {
+        each<TURN / AHEAD>([&](auto group) IV_INLINED {
+            Stored results[AHEAD];
+            each<AHEAD>([&](auto v) IV_INLINED {
+                constexpr int i = (group * AHEAD + v) * BYTES;
+                results[v] = result(left + i, right + i);
+            });
+            each<AHEAD>([&](auto v) IV_INLINED {
+                store_whole(ready_for, ready);
+                ready = results[v];
+                ready_for = next + (group * AHEAD + v) * BYTES;
+            });
+        });
+        advance(TURN * BYTES);
+    }
+    while (next < end) {
+        const Stored one = result(left, right);
+        store_whole(ready_for, ready);
+        ready = one;
+        ready_for = next;
+        advance(BYTES);
+    }
+    const Stored last = result(last_left, last_right);
+    store_whole(ready_for, ready);
+    store_whole(end, last);
+}
+
+} // namespace
+} // namespace iv::internal
+
+#endif

@@ -1,0 +1,234 @@
+/*
+ * The inverse as instructions: Gauss-Jordan elimination on [A | I] in the work area. Every lane owns
+ * one element, and each element is rounded to float after one fused multiply-add in double, in the
+ * order of the pivots.
+ */
+#ifndef LIBIV_MATRIX_INVERSE_KERNEL_H
+#define LIBIV_MATRIX_INVERSE_KERNEL_H
+
+#include "iv_lanes/kernels.h"
+#include "iv_lanes/lanes.h"
+#include "iv_matrix/inverse.h"
+
+namespace iv::internal {
+namespace {
+
+using Doubles = Vector<double, NARROW>;
+/// Columns, or rows, that a register of doubles takes.
+constexpr int STRIP = LANES<Doubles>;
+/// Registers of a row that are kept while all rows go by.
+constexpr int PANEL = 4;
+
+template <std::size_t... LANE>
+IV_INLINE Doubles gather_column(const WorkArea& w, int i, int j, std::index_sequence<LANE...>) {
+    return widen<Doubles>(FloatsOf<Doubles>{w.rows[j + LANE][i]...});
+}
+
+/// What row i is multiplied by before it is added to each of the others, which clears column i. Of
+/// rows behind the matrix it is zero. Returns whether all are finite.
+IV_INLINE bool find_factors(const WorkArea& w, int n, int i, double* factors) {
+    static_assert(MAX_INVERSE_ORDER % STRIP == 0, "registers reach no further than the rows");
+    const Doubles divisor = splat<Doubles>(-static_cast<double>(w.rows[i][i]));
+    auto row = lane_numbers<Vector<std::int64_t, sizeof(Doubles)>>();
+    Doubles sum{}; // of finite factors, at most 2^278 each, is finite
+    for (int j = 0; j < n; j += STRIP, row += STRIP) {
+        const Doubles column = gather_column(w, i, j, std::make_index_sequence<STRIP>{});
+        const auto bits = reinterpret_cast<decltype(row)>(column / divisor);
+        const auto factor = reinterpret_cast<Doubles>(bits & (row < n));
+        store_whole(&factors[j], factor);
+        sum += factor;
+    }
+    double total = 0.0;
+    each<STRIP>([&](auto lane) IV_INLINED { total += sum[int{lane}]; });
+    return total - total == 0.0;
+}
+
+/// Exchanges a row whose pivot is exactly zero with a row below: the first with a non-zero entry in
+/// the pivot's column. The last candidate is taken unexamined, and there is no search for the
+/// largest: a singular matrix goes through to infinities and NaNs. Of the last column the candidate
+/// is the row below the matrix, with whatever an earlier call of larger order left there.
+[[gnu::noinline]] void repair_zero_pivot(WorkArea& w, int n, int i) {
+    int k = i + 1;
+    while (k < n - 1 && w.rows[k][i] == 0.0f) {
+        ++k;
+    }
+    for (int c = i; c < 2 * n; ++c) {
+        const float upper = w.rows[i][c];
+        w.rows[i][c] = w.rows[k][c];
+        w.rows[k][c] = k < MAX_INVERSE_ORDER ? upper : 0.0f; // the spare row stays zero
+    }
+}
+
+/// Adds row i, multiplied, to all others, in VECTORS registers from column c on.
+template <int VECTORS>
+IV_INLINE void eliminate_panel(WorkArea& w, int n, int i, int c, const double* factors) {
+    Doubles pivot[VECTORS];
+    each<VECTORS>([&](auto v)
+                      IV_INLINED { pivot[v] = load_widened<Doubles>(&w.rows[i][c + v * STRIP]); });
+    const auto rows = [&](int j, int end) IV_INLINED {
+        for (; j < end; ++j) {
+            const Doubles factor = splat<Doubles>(factors[j]);
+            each<VECTORS>([&](auto v) IV_INLINED {
+                float* const at = &w.rows[j][c + v * STRIP];
+                store_narrowed(at, multiply_add(factor, pivot[v], load_widened<Doubles>(at)));
+            });
+        }
+    };
+    rows(0, i);
+    rows(i + 1, n);
+}
+
+/// The same in the columns from c to `width`, and in those behind that the last register takes.
+/// Elements to the left of the pivot are not always zero, and they reach the diagonal again.
+template <int VECTORS = PANEL>
+[[gnu::noinline]] void eliminate(WorkArea& w, int n, int i, int c, int width,
+                                 const double* factors) {
+    for (; c + (VECTORS - 1) * STRIP < width; c += VECTORS * STRIP) {
+        eliminate_panel<VECTORS>(w, n, i, c, factors);
+    }
+    if constexpr (VECTORS > 1) {
+        eliminate<VECTORS - 1>(w, n, i, c, width, factors);
+    }
+}
+
+/// Puts [A | I] into the work area. Registers reach into the next row, or behind the identity.
+IV_INLINE void augment(WorkArea& w, int n, const std::uint8_t* from) {
+    using S = Vector<float, NARROW>;
+    using Columns = Vector<std::int32_t, NARROW>;
+    constexpr int step = LANES<S>;
+    const auto one = reinterpret_cast<Columns>(splat<S>(1.0f));
+    int left = n * n;
+    for (int j = 0; j < n; ++j) {
+        for (int c = 0; c < n; c += step) {
+            const std::uint8_t* const at = from + 4 * (n * n - left + c);
+            store_whole(&w.rows[j][c],
+                        left - c >= step ? load_whole<S>(at) : load_first<S>(at, 4 * (left - c)));
+        }
+        left -= n;
+    }
+    for (int j = 0; j < n; ++j) {
+        auto column = lane_numbers<Columns>();
+        for (int c = n; c < 2 * n; c += step, column += step) {
+            store_whole(&w.rows[j][c], (column == j) & one);
+        }
+    }
+}
+
+/// Divides every row by its pivot: the identity half becomes the inverse. In the work area it does
+/// so where a later call can read the row.
+IV_INLINE void normalise(WorkArea& w, int n, std::uint8_t* to) {
+    int left = n * n;
+    for (int i = 0; i < n; ++i) {
+        float* const row = w.rows[i];
+        const Doubles a = splat<Doubles>(1.0 / static_cast<double>(row[i]));
+        for (int c = 0; c < n; c += STRIP) {
+            const auto values = narrow(load_widened<Doubles>(row + n + c) * a);
+            std::uint8_t* const at = to + 4 * (n * n - left + c);
+            if (left - c >= STRIP) {
+                std::memcpy(at, &values, STRIP * sizeof(float));
+            } else {
+                store_first(at, values, 4 * (left - c));
+            }
+        }
+        left -= n;
+        for (int c = i > 0 ? (i - 1) & -STRIP : 0; c < 2 * i; c += STRIP) {
+            store_narrowed(row + c, load_widened<Doubles>(row + c) * a);
+        }
+    }
+}
+
+/// A row of order 4.
+using Four = Vector<float, 16>;
+
+using Pair = Vector<double, PIECE>;
+
+/// Lane LANE of both pairs.
+template <int LANE>
+IV_INLINE Pair pick(Pair a, Pair b) {
+    return __builtin_shufflevector(a, b, LANE, 2 + LANE);
+}
+template <int LANE>
+IV_INLINE Pair both(Pair a) {
+    return pick<LANE>(a, a);
+}
+
+/// Order 4 in registers, two columns in each: short registers have short latencies, and nearly every
+/// step waits for the one before. Returns whether all factors are finite; if not, nothing is valid.
+IV_INLINE bool invert_four(WorkArea& w, const Four (&from)[4], Four (&to)[4]) {
+    Pair row[4][4];
+    each<4>([&](auto j) IV_INLINED {
+        row[j][0] = widen<Pair>(from[j]);
+        row[j][1] = widen<Pair>(__builtin_shufflevector(from[j], from[j], 2, 3, 2, 3));
+        row[j][2] = Pair{j == 0 ? 1.0 : 0.0, j == 1 ? 1.0 : 0.0};
+        row[j][3] = Pair{j == 2 ? 1.0 : 0.0, j == 3 ? 1.0 : 0.0};
+    });
+    Pair sum{}; // of finite factors, at most 2^278 each, is finite
+    each<4>([&](auto i) IV_INLINED {
+        constexpr int next[4] = {(i + 1) % 4, (i + 2) % 4, (i + 3) % 4, i};
+        const Pair pivot = both<i % 2>(row[i][i / 2]);
+        each<2>([&](auto q) IV_INLINED {
+            const Pair factors =
+                pick<i % 2>(row[next[2 * q]][i / 2], row[next[2 * q + 1]][i / 2]) / pivot;
+            sum += factors; // the pivot's own is finite if the others are
+            each<(q == 0 ? 2 : 1)>([&](auto lane) IV_INLINED {
+                constexpr int j = next[2 * q + lane];
+                const Pair factor = both<lane>(factors);
+                each<(i < 2 ? 3 : 4)>([&](auto p) IV_INLINED { // no need of columns behind 4 + i
+                    row[j][p] = widen<Pair>(narrow(multiply_add(factor, -row[i][p], row[j][p])));
+                });
+            });
+        });
+    });
+    each<2>([&](auto q) IV_INLINED {
+        const Pair scales = 1.0 / __builtin_shufflevector(row[2 * q][q], row[2 * q + 1][q], 0, 3);
+        each<2>([&](auto lane) IV_INLINED {
+            constexpr int i = 2 * q + lane;
+            const Pair a = both<lane>(scales);
+            to[i] =
+                __builtin_shufflevector(narrow(row[i][2] * a), narrow(row[i][3] * a), 0, 1, 4, 5);
+            each<i>([&](auto p) IV_INLINED { // where a later call can read
+                if constexpr (p >= (i - 1) / 2) {
+                    store_narrowed(&w.rows[i][2 * p], row[i][p] * a);
+                }
+            });
+        });
+    });
+    return sum[0] + sum[1] - (sum[0] + sum[1]) == 0.0;
+}
+
+void invert(WorkArea& w, int n, const void* from, void* to) {
+    if (n == 4) {
+        Four rows[4];
+        each<4>([&](auto j) IV_INLINED {
+            rows[j] = load_whole<Four>(static_cast<const std::uint8_t*>(from) + j * PIECE);
+        });
+        if (invert_four(w, rows, rows)) {
+            each<4>([&](auto j) IV_INLINED {
+                store_whole(static_cast<std::uint8_t*>(to) + j * PIECE, rows[j]);
+            });
+            return;
+        }
+    }
+    augment(w, n, static_cast<const std::uint8_t*>(from));
+    alignas(sizeof(Doubles)) double factors[MAX_INVERSE_ORDER];
+    int i = 0;
+    // Until rows are exchanged, the columns behind n + i of row i are as they were at first, +0:
+    // times a finite factor they add a zero to +0 or to 1 and change nothing.
+    while (i < n && find_factors(w, n, i, factors)) {
+        eliminate(w, n, i, 0, n + i + 1, factors);
+        ++i;
+    }
+    for (; i < n; ++i) {
+        if (w.rows[i][i] == 0.0f) {
+            repair_zero_pivot(w, n, i);
+        }
+        find_factors(w, n, i, factors);
+        eliminate(w, n, i, 0, 2 * n, factors);
+    }
+    normalise(w, n, static_cast<std::uint8_t*>(to));
+}
+
+} // namespace
+} // namespace iv::internal
+
+#endif
