@@ -44,6 +44,61 @@ TEST(InverseRandom, RegularSingularAndHostileMatricesGiveTheModelsBitsInAnySeque
     }
 }
 
+TEST(InverseRandom, EveryOrderGivesTheModelsBitsForEveryKindOfMatrix) {
+    test::wash_work_area(model::Library{});
+    test::wash_work_area(model::Scalar{});
+    Random random(test::seed() + 44);
+    for (int n = 1; n <= 40; ++n) {
+        SCOPED_TRACE(n);
+        for (int round = 0; round < test::rounds(12); ++round) {
+            invert_one(random, n, n, "of every order");
+            if (HasFailure()) {
+                return;
+            }
+        }
+    }
+}
+
+/// The identity but for the last pivot, which is zero: row n of the work area takes its place.
+void make_singular(const model::Mat& mat) {
+    const int n = mat.rows;
+    for (int i = 0; i < n; ++i) {
+        for (int j = 0; j < n; ++j) {
+            model::store(mat.data, std::ptrdiff_t{i} * n + j, i == j && i < n - 1 ? 1.0f : 0.0f);
+        }
+    }
+}
+
+TEST(InverseRandom, SingularMatrixShowsTheRowThatAnyLargerOneLeftBehind) {
+    test::wash_work_area(model::Library{});
+    test::wash_work_area(model::Scalar{});
+    Random random(test::seed() + 45);
+    int finite = 0;
+    for (int larger = 2; larger <= 40; ++larger) {
+        for (int n = 1; n < larger; ++n) {
+            SCOPED_TRACE(testing::Message() << "order " << n << " after " << larger);
+            Twin twin(random);
+            const Operand before = twin.place(model::F32, larger, larger);
+            const Operand singular = twin.place(model::F32, n, n);
+            const Operand dst = twin.place_destination(model::F32, n, n);
+            const std::uint64_t seed = random.bits();
+            twin.run([&](auto side, auto at) {
+                Random values(seed);
+                test::make_difficult(values, test::MatrixKind::DOMINANT, at(before));
+                make_singular(at(singular));
+                side.inv(at(before), at(before));
+                side.inv(at(singular), at(dst));
+            });
+            twin.expect_same(dst, NanRule::PRODUCED);
+            finite += twin.produced_nan(dst) ? 0 : 1;
+            if (HasFailure()) {
+                return;
+            }
+        }
+    }
+    EXPECT_GT(finite, 700) << "of 780 that have a row to show";
+}
+
 TEST(InverseRandom, OrderFortyEndsWithTheSpareRowOfZeros) {
     test::wash_work_area(model::Library{});
     test::wash_work_area(model::Scalar{});

@@ -2,11 +2,10 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <string>
 #include <vector>
 
-#include "iv_lanes/kernels.h"
 #include "support/bits.h"
+#include "support/levels.h"
 #include "support/matrix.h"
 #include "support/random.h"
 
@@ -94,14 +93,9 @@ class Scene {
 class NearestKernel : public ::testing::TestWithParam<const Kernels*> {
   protected:
     void SetUp() override {
-#if defined(__x86_64__)
-        const bool v3 = __builtin_cpu_supports("avx2") && __builtin_cpu_supports("fma");
-        const bool v4 = v3 && __builtin_cpu_supports("avx512bw") &&
-                        __builtin_cpu_supports("avx512dq") && __builtin_cpu_supports("avx512vl");
-        if ((GetParam() == &KERNELS_V3 && !v3) || (GetParam() == &KERNELS_V4 && !v4)) {
-            GTEST_SKIP() << "this CPU lacks " << GetParam()->level;
+        if (!test::runs(*GetParam())) {
+            GTEST_SKIP() << "this CPU lacks the instructions of level " << GetParam()->level;
         }
-#endif
     }
 };
 
@@ -135,13 +129,7 @@ TEST_P(NearestKernel, TargetThatIsNoNumberFindsNothing) {
     }
 }
 
-#if defined(__x86_64__)
-const auto every_level = ::testing::Values(&KERNELS_BASELINE, &KERNELS_V3, &KERNELS_V4);
-#else
-const auto every_level = ::testing::Values(&KERNELS_BASELINE);
-#endif
-
-INSTANTIATE_TEST_SUITE_P(Levels, NearestKernel, every_level,
-                         [](const auto& level) { return std::string(level.param->level); });
+INSTANTIATE_TEST_SUITE_P(Levels, NearestKernel, ::testing::ValuesIn(test::levels()),
+                         test::LevelName{});
 
 } // namespace
