@@ -22,6 +22,7 @@ constexpr int AHEAD = WIDE == PIECE ? TURN : 1;
 /// start where stores are aligned and the last where it ends with the array: what overlaps is
 /// written twice, but not read in between, and d may be a source.
 template <class T, ElementwiseOperation OPERATION>
+// One function, so that its loops share their ends. NOLINTNEXTLINE(readability-function-size)
 void elementwise(const void* a, const void* b, void* d, std::ptrdiff_t bytes) {
     // Two loads for a store are the limit, and some CPUs do a wide one in two halves: narrow ones,
     // which they do as fast, wait less for each other.
@@ -67,9 +68,9 @@ void elementwise(const void* a, const void* b, void* d, std::ptrdiff_t bytes) {
     // else the last would be loaded from what the first had been stored to.
     constexpr std::uintptr_t whole_values = -sizeof(T);
     const std::uintptr_t unaligned =
-        bytes <= 2 * BYTES ? 0 : reinterpret_cast<std::uintptr_t>(d) % BYTES;
+        bytes <= std::ptrdiff_t{2} * BYTES ? 0 : reinterpret_cast<std::uintptr_t>(d) % BYTES;
     advance(static_cast<std::ptrdiff_t>((BYTES - unaligned) & whole_values));
-    while (end - next > (TURN - 1) * BYTES) {
+    while (end - next > std::ptrdiff_t{TURN - 1} * BYTES) {
         each<TURN / AHEAD>([&](auto group) IV_INLINED {
             Stored results[AHEAD];
             each<AHEAD>([&](auto v) IV_INLINED {

@@ -100,7 +100,7 @@ IV_INLINE void augment(WorkArea& w, int n, const std::uint8_t* from) {
     int left = n * n;
     for (int j = 0; j < n; ++j) {
         for (int c = 0; c < n; c += step) {
-            const std::uint8_t* const at = from + 4 * (n * n - left + c);
+            const std::uint8_t* const at = from + std::ptrdiff_t{4} * (n * n - left + c);
             store_whole(&w.rows[j][c],
                         left - c >= step ? load_whole<S>(at) : load_first<S>(at, 4 * (left - c)));
         }
@@ -123,7 +123,7 @@ IV_INLINE void normalise(WorkArea& w, int n, std::uint8_t* to) {
         const Doubles a = splat<Doubles>(1.0 / static_cast<double>(row[i]));
         for (int c = 0; c < n; c += STRIP) {
             const auto values = narrow(load_widened<Doubles>(row + n + c) * a);
-            std::uint8_t* const at = to + 4 * (n * n - left + c);
+            std::uint8_t* const at = to + std::ptrdiff_t{4} * (n * n - left + c);
             if (left - c >= STRIP) {
                 std::memcpy(at, &values, STRIP * sizeof(float));
             } else {

@@ -166,18 +166,14 @@ template <class L, class T>
     });
 }
 
-/// A part with one register a row and few terms: the rows of b are kept while the rows of a pass
-/// by. K is the number of terms where the rows of b are kept in registers, else 0.
-template <class T, ProductMode MODE, int BYTES, int K>
-void pass_rows(const Product& p, const ProductPart& part) {
-    using L = Lanes<T, BYTES>;
+/// Loads the rows of b that a part with one register a row needs, K of them, or as many as it has
+/// terms if K is 0.
+template <class L, class T, ProductMode MODE, int K>
+IV_INLINE void keep_rows(typename L::Stored* b, const Product& p, const ProductPart& part) {
     using Stored = typename L::Stored;
-    constexpr bool transposed = MODE == PLUS_TRANSPOSED;
-    const int bytes = static_cast<int>(part.cols) * static_cast<int>(sizeof(T));
     const int count = static_cast<int>(part.inner);
     const T* from = static_cast<const T*>(part.b);
-    Stored b[K ? K : TERMS<T>];
-    if constexpr (transposed) {
+    if constexpr (MODE == PLUS_TRANSPOSED) {
         constexpr int step = PIECE / sizeof(T);
         const auto keep = [&](auto group) IV_INLINED {
             const int rest = count - group * step;
@@ -196,6 +192,7 @@ void pass_rows(const Product& p, const ProductPart& part) {
             }
         }
     } else {
+        const int bytes = static_cast<int>(part.cols) * static_cast<int>(sizeof(T));
         const auto keep = [&](auto k)
                               IV_INLINED { b[k] = load_first<Stored>(from + k * p.b_row, bytes); };
         if constexpr (K) {
@@ -206,6 +203,18 @@ void pass_rows(const Product& p, const ProductPart& part) {
             }
         }
     }
+}
+
+/// A part with one register a row and few terms: the rows of b are kept while the rows of a pass
+/// by. K is the number of terms where the rows of b are kept in registers, else 0.
+template <class T, ProductMode MODE, int BYTES, int K>
+void pass_rows(const Product& p, const ProductPart& part) {
+    using L = Lanes<T, BYTES>;
+    using Stored = typename L::Stored;
+    constexpr bool transposed = MODE == PLUS_TRANSPOSED;
+    const int bytes = static_cast<int>(part.cols) * static_cast<int>(sizeof(T));
+    Stored b[K ? K : TERMS<T>];
+    keep_rows<L, T, MODE, K>(b, p, part);
     const std::ptrdiff_t a_col = transposed ? 1 : p.a_col;
     const T* a = static_cast<const T*>(part.a);
     const T* start = static_cast<const T*>(part.start);
@@ -231,7 +240,7 @@ void pass_rows(const Product& p, const ProductPart& part) {
         if constexpr (K) {
             each<K>(add_row);
         } else {
-            for (int k = 0; k < count; ++k) {
+            for (int k = 0; k < part.inner; ++k) {
                 add_row(k);
             }
         }
@@ -243,18 +252,17 @@ void pass_rows(const Product& p, const ProductPart& part) {
     }
 }
 
-/// Whether so many terms get code of their own: full blocks, and the counts of small matrices where
+/// The K of so many terms. Code of their own get full blocks, and the counts of small matrices where
 /// masks serve their edges in place.
 template <class T, ProductMode MODE>
-constexpr bool in_registers(int count) {
-    if (MODE == PLUS_TRANSPOSED && count % (PIECE / static_cast<int>(sizeof(T))) != 0) {
-        return false;
-    }
+constexpr int registers_for(int count) {
+    const bool pieces = count % (PIECE / static_cast<int>(sizeof(T))) == 0;
     const bool full = count == TERMS<T> && MODE != MINUS;
     const bool filter = count == 4 || count == 8;
     const bool tiny = count == 2 || count == 3 || count == 6 || count == 12;
-    return full || (MASKS && std::is_floating_point_v<T> && (filter || (tiny && MODE == PLUS))) ||
-           (MASKS && count == 8 && MODE == PLUS);
+    const bool small =
+        std::is_floating_point_v<T> ? filter || (tiny && MODE == PLUS) : count == 8 && MODE == PLUS;
+    return (pieces || MODE != PLUS_TRANSPOSED) && (full || (MASKS && small)) ? count : 0;
 }
 
 template <class T, ProductMode MODE, int BYTES, class Counts>
@@ -262,7 +270,7 @@ struct Passes;
 template <class T, ProductMode MODE, int BYTES, int... COUNT>
 struct Passes<T, MODE, BYTES, std::integer_sequence<int, COUNT...>> {
     static constexpr void (*OF[])(const Product&, const ProductPart&) = {
-        pass_rows < T, MODE, BYTES, in_registers<T, MODE>(COUNT) ? COUNT : 0 > ...};
+        pass_rows<T, MODE, BYTES, registers_for<T, MODE>(COUNT)>...};
 };
 
 /// All rows of a part that is VECTORS registers wide or less.
