@@ -101,7 +101,7 @@ const u08_t* block_of(const iv_kalman_t& k) {
 }
 
 /// Whether a header says what creation writes for so many rows and columns.
-bool is_packed(const iv_mat_t* mat, int rows, int cols) {
+[[gnu::always_inline]] inline bool is_packed(const iv_mat_t* mat, int rows, int cols) {
     const s32_t created[4] = {IV_32F, rows, cols, static_cast<s32_t>(size_of(1, cols))};
     return std::memcmp(mat, created, sizeof created) == 0;
 }
@@ -122,7 +122,8 @@ bool are_as_created(const iv_kalman_t& k, std::integer_sequence<int, INDEX...>) 
 }
 
 /// Whether a caller's matrix has the shape and overlaps nothing of what filters write.
-bool is_readable(const iv_kalman_t& k, const iv_mat_t* mat, int rows, int cols) {
+[[gnu::always_inline]] inline bool is_readable(const iv_kalman_t& k, const iv_mat_t* mat, int rows,
+                                               int cols) {
     const auto block = reinterpret_cast<std::uintptr_t>(block_of(k));
     const auto apart = [block](const void* p, std::ptrdiff_t bytes) {
         const auto at = reinterpret_cast<std::uintptr_t>(p);

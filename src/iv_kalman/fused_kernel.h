@@ -124,12 +124,13 @@ void predict_covariance_8_4(const iv_kalman_t& k) {
     float* temp1 = k.temp1->data.f;
     Row<8> columns[8];
     load_columns(k.P_post->data.f, columns);
-    each<8>([&](auto i) IV_INLINED { combine(A + i * 8, columns).store(temp1 + i * 8); });
+    for (std::ptrdiff_t i = 0; i < 64; i += 8) {
+        combine(A + i, columns).store(temp1 + i);
+    }
     load_columns(A, columns);
-    each<8>([&](auto i) IV_INLINED {
-        const Row<8> noise = Row<8>::load(k.Q->data.f + i * 8);
-        add(noise, temp1 + i * 8, columns).store(k.P_pre->data.f + i * 8);
-    });
+    for (std::ptrdiff_t i = 0; i < 64; i += 8) {
+        add(Row<8>::load(k.Q->data.f + i), temp1 + i, columns).store(k.P_pre->data.f + i);
+    }
 }
 
 void correct_8_4(const iv_kalman_t& k, const float* z, WorkArea& work_area) {
@@ -148,10 +149,9 @@ void correct_8_4(const iv_kalman_t& k, const float* z, WorkArea& work_area) {
     store_columns(temp2, temp2_columns);
     Row<4> temp2_rows[8];
     each<8>([&](auto i) IV_INLINED { temp2_rows[i] = Row<4>::load(temp2 + i * 4); });
-    each<4>([&](auto i) IV_INLINED {
-        const Row<4> noise = Row<4>::load(k.R->data.f + i * 4);
-        add(noise, H + i * 8, temp2_rows).store(temp3 + i * 4);
-    });
+    for (std::ptrdiff_t i = 0; i < 4; ++i) {
+        add(Row<4>::load(k.R->data.f + i * 4), H + i * 8, temp2_rows).store(temp3 + i * 4);
+    }
 
     // temp5 = z - H x_pre, while the inverse is on its way
     Row<4> H_columns[8];
@@ -168,10 +168,10 @@ void correct_8_4(const iv_kalman_t& k, const float* z, WorkArea& work_area) {
     // temp1 = I - K H, P_post = temp1 P_pre'
     Row<8> H_rows[4];
     each<4>([&](auto i) IV_INLINED { H_rows[i] = Row<8>::load(H + i * 8); });
-    each<8>([&](auto i) IV_INLINED {
+    for (std::ptrdiff_t i = 0; i < 8; ++i) {
         subtract(Row<8>::load(IDENTITY[i]), k.K->data.f + i * 4, H_rows).store(temp1 + i * 8);
         combine(temp1 + i * 8, P_columns).store(k.P_post->data.f + i * 8);
-    });
+    }
 }
 
 } // namespace

@@ -161,9 +161,11 @@ template <class L, class T>
 [[gnu::noinline]] void load_edge_transposed(typename L::Stored* block, const T* b,
                                             std::ptrdiff_t b_row, std::ptrdiff_t left, int count) {
     const int bytes = count * static_cast<int>(sizeof(T));
-    transpose_rows<L>(block, [=](std::ptrdiff_t j) IV_INLINED {
-        return load_first<Vector<T, PIECE>>(b + (j < left ? j : left - 1) * b_row, bytes);
-    });
+    Vector<T, PIECE> pieces[L::COUNT];
+    for (std::ptrdiff_t j = 0; j < L::COUNT; ++j) {
+        pieces[j] = load_first<Vector<T, PIECE>>(b + (j < left ? j : left - 1) * b_row, bytes);
+    }
+    transpose_rows<L>(block, [&](std::ptrdiff_t j) IV_INLINED { return pieces[j]; });
 }
 
 /// Loads the rows of b that a part with one register a row needs, K of them, or as many as it has
@@ -257,7 +259,7 @@ void pass_rows(const Product& p, const ProductPart& part) {
 template <class T, ProductMode MODE>
 constexpr int registers_for(int count) {
     const bool pieces = count % (PIECE / static_cast<int>(sizeof(T))) == 0;
-    const bool full = count == TERMS<T> && MODE != MINUS;
+    const bool full = count == TERMS<T> && MODE != MINUS && (MASKS || std::is_floating_point_v<T>);
     const bool filter = count == 4 || count == 8;
     const bool tiny = count == 2 || count == 3 || count == 6 || count == 12;
     const bool small =
