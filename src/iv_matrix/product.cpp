@@ -29,6 +29,9 @@ Factor first_transposed(const iv_mat_t* mat) {
 /// dst = start + sign * a * b; without a start the first term is formed whatever the inner size.
 void compute(int type, ProductMode mode, Factor a, const iv_mat_t* b, const void* start,
              iv_mat_t* dst) {
+    if (dst->rows < 1 || dst->cols < 1) {
+        return; // kernels count on a row and a column
+    }
     const int inner = start || a.inner > 0 ? a.inner : 1;
     const auto kernel = kernels().product[IV_MAT_DEPTH(type)];
     if (dst->cols == 1 && mode != MINUS) {
