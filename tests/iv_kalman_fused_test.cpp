@@ -2,12 +2,21 @@
 // result is that of the matrix calls, made here one by one.
 #include <gtest/gtest.h>
 
+// As where the kernels are compiled; and only some of them are called from here.
+#pragma GCC diagnostic ignored "-Wsign-conversion"
+#pragma GCC diagnostic ignored "-Wunused-function"
+
 #include <cstring>
 #include <functional>
 #include <string>
 #include <vector>
 
 #include "_libiv.h"
+#include "iv_kalman/pairs_kernel.h"
+#include "iv_matrix/inverse.h"
+#include "support/bits.h"
+#include "support/levels.h"
+#include "support/matrix.h"
 #include "support/random.h"
 
 namespace {
@@ -74,25 +83,52 @@ struct Case {
 
 class Fused : public testing::TestWithParam<Case> {};
 
+/// What inverses of singular matrices make of the work area that both share.
+void probe(std::vector<float>& values) {
+    for (int n = 1; n < NM; ++n) {
+        std::vector<float> zeros(static_cast<std::size_t>(n * n));
+        iv_mat_t header;
+        iv_mat_t* mat = iv_mat_initheader(&header, n, n, IV_32F, zeros.data());
+        iv_mat_inv(mat, mat);
+        values.insert(values.end(), zeros.begin(), zeros.end());
+    }
+}
+
+/// Lets both filters take some steps, one as the library does, one by matrix calls.
+void expect_same_steps(FilterWithModel& library, FilterWithModel& calls, int steps) {
+    for (int step = 0; step < steps; ++step) {
+        iv_kalman_predict(library.k);
+        predict_by_calls(*calls.k);
+        std::vector<float> left = library.values();
+        std::vector<float> right = calls.values();
+        iv_kalman_correct(library.k, library.z);
+        probe(left);
+        correct_by_calls(*calls.k, calls.z);
+        probe(right);
+        const auto append = [](std::vector<float>& to, const std::vector<float>& from) {
+            to.insert(to.end(), from.begin(), from.end());
+        };
+        append(left, library.values());
+        append(right, calls.values());
+        for (std::size_t i = 0; i < left.size(); ++i) {
+            ASSERT_TRUE(std::memcmp(&left[i], &right[i], sizeof left[i]) == 0 ||
+                        (left[i] != left[i] && right[i] != right[i]))
+                << "step " << step << ", value " << i << ": " << left[i] << " instead of "
+                << right[i];
+        }
+    }
+}
+
 TEST_P(Fused, EveryMatrixIsAsTheCallsLeaveIt) {
     for (std::uint64_t seed = 0; seed < 20; ++seed) {
+        SCOPED_TRACE(seed);
         FilterWithModel library(seed);
         FilterWithModel calls(seed);
         GetParam().change(library);
         GetParam().change(calls);
-        for (int step = 0; step < 6; ++step) {
-            iv_kalman_predict(library.k);
-            predict_by_calls(*calls.k);
-            iv_kalman_correct(library.k, library.z);
-            correct_by_calls(*calls.k, calls.z);
-            const std::vector<float> left = library.values();
-            const std::vector<float> right = calls.values();
-            for (std::size_t i = 0; i < left.size(); ++i) {
-                ASSERT_TRUE(std::memcmp(&left[i], &right[i], sizeof left[i]) == 0 ||
-                            (left[i] != left[i] && right[i] != right[i]))
-                    << "seed " << seed << ", step " << step << ", value " << i << ": " << left[i]
-                    << " instead of " << right[i];
-            }
+        expect_same_steps(library, calls, 6);
+        if (HasFatalFailure()) {
+            return;
         }
     }
 }
@@ -129,5 +165,128 @@ INSTANTIATE_TEST_SUITE_P(
                  s.k->A->data.p = room + 1;
              }}),
     [](const auto& test) { return std::string(test.param.name); });
+
+// Filters whose states fall into pairs: 16 of 64 values are computed, and the rest known.
+
+using namespace iv::internal;
+
+struct Pairing {
+    int first, second; // of the pair of state 0
+    int pair_of(int state) const { return second == 2 ? state / 4 * 2 + state % 2 : state % 4; }
+};
+constexpr Pairing NEIGHBOURS{0, 2};
+constexpr Pairing HALF_APART{0, 4};
+
+/// Leaves only what connects the states of a pair, with the other values as they come: +0.
+void keep_pairs(FilterWithModel& filter, const Pairing& pairing) {
+    const iv_kalman_t& k = *filter.k;
+    for (iv_mat_t* mat : {k.A, k.Q, k.P_post, k.H, k.R}) {
+        for (int row = 0; row < mat->rows; ++row) {
+            const int pair = mat->rows == NS ? pairing.pair_of(row) : row;
+            for (int col = 0; col < mat->cols; ++col) {
+                if (pair != (mat->cols == NS ? pairing.pair_of(col) : col)) {
+                    mat->data.f[row * mat->cols + col] = 0.0f;
+                }
+            }
+        }
+    }
+}
+
+/// Values that are apt to differ where sums are not taken in full.
+float unusual(test::Random& random) {
+    const float values[] = {0.0f,     -0.0f,      1.0f,           -1.0f,
+                            1e-40f,   -1e-40f,    1e-30f,         -1e-30f,
+                            3e38f,    -3e38f,     test::INFINITE, -test::INFINITE,
+                            1.5e-45f, 1.0000001f, 0.1f,           test::NOT_A_NUMBER};
+    return values[random.bits() % (sizeof values / sizeof *values)];
+}
+
+/// Puts an unusual value somewhere, inside or outside of the pairs, or negates what is there.
+void disturb(FilterWithModel& filter, test::Random& random) {
+    const iv_kalman_t& k = *filter.k;
+    iv_mat_t* const mats[] = {k.A, k.H, k.Q, k.R, k.P_post, k.x_post, filter.z};
+    const iv_mat_t* mat = mats[random.bits() % 7];
+    const auto at = static_cast<int>(random.bits() % static_cast<unsigned>(mat->rows * mat->cols));
+    float& value = mat->data.f[at];
+    value = random.chance(0.3f) ? -value : unusual(random);
+}
+
+class FilterOfPairs : public testing::TestWithParam<const Kernels*> {};
+
+TEST_P(FilterOfPairs, EveryBitIsThatOfTheFullSums) {
+    const test::ForcedLevel level(*GetParam());
+    for (std::uint64_t seed = 0; seed < 600; ++seed) {
+        SCOPED_TRACE(seed);
+        FilterWithModel library(seed);
+        FilterWithModel calls(seed);
+        for (FilterWithModel* filter : {&library, &calls}) {
+            test::Random random(seed);
+            keep_pairs(*filter, seed % 2 ? NEIGHBOURS : HALF_APART);
+            for (int n = random.between(0, 3); n > 0; --n) {
+                disturb(*filter, random);
+            }
+        }
+        expect_same_steps(library, calls, 4);
+        if (HasFatalFailure()) {
+            return;
+        }
+    }
+}
+INSTANTIATE_TEST_SUITE_P(Levels, FilterOfPairs, testing::ValuesIn(test::levels()),
+                         test::LevelName());
+
+/// The tracker's kind of model in its order of states, or in that of places before velocities.
+void set_constant_velocity(FilterWithModel& filter, const Pairing& pairing) {
+    const iv_kalman_t& k = *filter.k;
+    const auto fill = [](iv_mat_t* mat, float diagonal) {
+        for (int i = 0; i < mat->rows * mat->cols; ++i) {
+            mat->data.f[i] = i % (mat->cols + 1) == 0 ? diagonal : 0.0f;
+        }
+    };
+    fill(k.A, 1.0f);
+    fill(k.Q, 0.1f);
+    fill(k.R, 1.0f);
+    fill(k.P_post, 1.0f);
+    fill(k.H, 0.0f);
+    for (int state = 0; state < NS; ++state) {
+        const int other = state + pairing.second;
+        if (other < NS && pairing.pair_of(state) == pairing.pair_of(other)) {
+            k.A->data.f[state * NS + other] = 0.5f;
+            k.H->data.f[pairing.pair_of(state) * NS + state] = 1.0f;
+        }
+    }
+}
+
+template <class Kernel>
+void expect_full_speed(const Pairing& pairing, Kernel) {
+    FilterWithModel filter(1);
+    set_constant_velocity(filter, pairing);
+    const iv_kalman_t& k = *filter.k;
+    static WorkArea work_area;
+    for (int step = 0; step < 50; ++step) {
+        ASSERT_TRUE(predict_pairs<Kernel>(k)) << step;
+        iv_kalman_predict(filter.k);
+        ASSERT_TRUE(correct_pairs<Kernel>(k, filter.measured, work_area)) << step;
+    }
+}
+
+TEST(FilterOfPairs, ModelsOfConstantVelocityTakeTheShortWayAtEveryStep) {
+    expect_full_speed(NEIGHBOURS, Neighbours{});
+    expect_full_speed(HALF_APART, HalfApart{});
+}
+
+TEST(FilterOfPairs, WhereAValueConnectsTwoPairsNothingIsWritten) {
+    for (int at = 0; at < NS * NS; ++at) {
+        FilterWithModel filter(1);
+        set_constant_velocity(filter, NEIGHBOURS);
+        if (NEIGHBOURS.pair_of(at / NS) == NEIGHBOURS.pair_of(at % NS)) {
+            continue;
+        }
+        filter.k->P_post->data.f[at] = -0.0f; // even the other zero
+        const std::vector<float> before = filter.values();
+        ASSERT_FALSE(predict_pairs<Neighbours>(*filter.k)) << at;
+        ASSERT_EQ(before, filter.values()) << at;
+    }
+}
 
 } // namespace

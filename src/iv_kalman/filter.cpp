@@ -100,25 +100,39 @@ const u08_t* block_of(const iv_kalman_t& k) {
     return reinterpret_cast<const u08_t*>(&k + 1);
 }
 
-/// Whether a header says what creation writes for so many rows and columns.
-[[gnu::always_inline]] inline bool is_packed(const iv_mat_t* mat, int rows, int cols) {
+/// In what a header differs from what creation writes for so many rows and columns: zero iff in
+/// nothing. Differences are gathered and looked at once, since there are many and seldom one.
+[[gnu::always_inline]] inline std::uint64_t unlike_created(const iv_mat_t* mat, int rows,
+                                                           int cols) {
     const s32_t created[4] = {IV_32F, rows, cols, static_cast<s32_t>(size_of(1, cols))};
-    return std::memcmp(mat, created, sizeof created) == 0;
+    std::uint64_t is[2];
+    std::uint64_t was[2];
+    std::memcpy(is, mat, sizeof is);
+    std::memcpy(was, created, sizeof was);
+    return (is[0] ^ was[0]) | (is[1] ^ was[1]);
+}
+
+[[gnu::always_inline]] inline std::uint64_t unlike_place(const void* p, const u08_t* place) {
+    return reinterpret_cast<std::uintptr_t>(p) ^ reinterpret_cast<std::uintptr_t>(place);
 }
 
 /// Whether these of the filter's matrices are as creation left them. Pointers are compared before
 /// anything behind them is read.
 template <int... INDEX>
-bool are_as_created(const iv_kalman_t& k, std::integer_sequence<int, INDEX...>) {
+[[gnu::always_inline]] inline bool are_as_created(const iv_kalman_t& k,
+                                                  std::integer_sequence<int, INDEX...>) {
     const u08_t* block = block_of(k);
-    const bool in_place =
-        ((reinterpret_cast<const u08_t*>(k.*FIELDS[INDEX]) == block + FUSED.own[INDEX].offset) &
+    const std::uint64_t moved =
+        (unlike_place(k.*FIELDS[INDEX], block + FUSED.own[INDEX].offset) | ...);
+    if (moved) {
+        return false;
+    }
+    const std::uint64_t changed =
+        ((unlike_created(k.*FIELDS[INDEX], FUSED.own[INDEX].rows, FUSED.own[INDEX].cols) |
+          unlike_place((k.*FIELDS[INDEX])->data.p,
+                       block + FUSED.own[INDEX].offset + std::ptrdiff_t{sizeof(iv_mat_t)})) |
          ...);
-    return in_place &&
-           (is_packed(k.*FIELDS[INDEX], FUSED.own[INDEX].rows, FUSED.own[INDEX].cols) && ...) &&
-           (((k.*FIELDS[INDEX])->data.p ==
-             block + FUSED.own[INDEX].offset + std::ptrdiff_t{sizeof(iv_mat_t)}) &
-            ...);
+    return !changed;
 }
 
 /// Whether a caller's matrix has the shape and overlaps nothing of what filters write.
@@ -126,11 +140,12 @@ bool are_as_created(const iv_kalman_t& k, std::integer_sequence<int, INDEX...>) 
                                                int cols) {
     const auto block = reinterpret_cast<std::uintptr_t>(block_of(k));
     const auto apart = [block](const void* p, std::ptrdiff_t bytes) {
-        const auto at = reinterpret_cast<std::uintptr_t>(p);
-        return at + static_cast<std::uintptr_t>(bytes) <= block ||
-               at >= block + static_cast<std::uintptr_t>(FUSED.bytes);
+        const auto behind = reinterpret_cast<std::uintptr_t>(p) - block;
+        const auto before = block - reinterpret_cast<std::uintptr_t>(p);
+        return behind >= static_cast<std::uintptr_t>(FUSED.bytes) &&
+               before >= static_cast<std::uintptr_t>(bytes);
     };
-    return apart(mat, sizeof *mat) && is_packed(mat, rows, cols) &&
+    return apart(mat, sizeof *mat) && !unlike_created(mat, rows, cols) &&
            apart(mat->data.p, size_of(rows, cols));
 }
 

@@ -6,6 +6,8 @@
 #ifndef LIBIV_KALMAN_FUSED_KERNEL_H
 #define LIBIV_KALMAN_FUSED_KERNEL_H
 
+#include "iv_kalman/pairs_kernel.h"
+#include "iv_kalman/row.h"
 #include "iv_lanes/kernels.h"
 #include "iv_lanes/lanes.h"
 #include "iv_matrix/inverse_kernel.h"
@@ -13,39 +15,6 @@
 
 namespace iv::internal {
 namespace {
-
-/// COUNT floats side by side, in as many registers as they take.
-template <int COUNT>
-struct Row {
-    static constexpr int BYTES = COUNT * 4 < WIDE ? COUNT * 4 : WIDE;
-    static constexpr int VECTORS = COUNT * 4 / BYTES;
-    using V = Vector<float, BYTES>;
-    V part[VECTORS];
-
-    IV_INLINE static Row load(const float* from) {
-        Row row;
-        each<VECTORS>([&](auto v) IV_INLINED { row.part[v] = load_whole<V>(from + v * LANES<V>); });
-        return row;
-    }
-    IV_INLINE void store(float* to) const {
-        each<VECTORS>([&](auto v) IV_INLINED { store_whole(to + v * LANES<V>, part[v]); });
-    }
-    IV_INLINE static Row all(float value) {
-        Row row;
-        each<VECTORS>([&](auto v) IV_INLINED { row.part[v] = splat<V>(value); });
-        return row;
-    }
-    /// this + factor * row, or this - factor * row
-    template <ProductMode MODE>
-    IV_INLINE Row with(float factor, const Row& row) const {
-        Row sum;
-        each<VECTORS>([&](auto v) IV_INLINED {
-            const V all = splat<V>(factor);
-            sum.part[v] = multiply_add(MODE == MINUS ? -all : all, row.part[v], part[v]);
-        });
-        return sum;
-    }
-};
 
 /// The columns of COUNT rows of LENGTH floats at `from`.
 template <int COUNT, int LENGTH>
@@ -120,6 +89,10 @@ void predict_state_8_4(const iv_kalman_t& k) {
 
 /// temp1 = A P_post', P_pre = temp1 A' + Q
 void predict_covariance_8_4(const iv_kalman_t& k) {
+    const bool half_apart = is_half_apart(k.A->data.f);
+    if (half_apart ? predict_pairs<HalfApart>(k) : predict_pairs<Neighbours>(k)) {
+        return;
+    }
     const float* A = k.A->data.f;
     float* temp1 = k.temp1->data.f;
     Row<8> columns[8];
@@ -134,6 +107,11 @@ void predict_covariance_8_4(const iv_kalman_t& k) {
 }
 
 void correct_8_4(const iv_kalman_t& k, const float* z, WorkArea& work_area) {
+    const bool half_apart = is_half_apart(k.P_pre->data.f);
+    if (half_apart ? correct_pairs<HalfApart>(k, z, work_area)
+                   : correct_pairs<Neighbours>(k, z, work_area)) {
+        return;
+    }
     const float* H = k.H->data.f;
     float* temp1 = k.temp1->data.f;
     float* temp2 = k.temp2->data.f;
