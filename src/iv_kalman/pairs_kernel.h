@@ -5,9 +5,10 @@
  * same place.
  *
  * What is left out changes no bit. The product of +0 and a finite value is a zero, and a zero leaves
- * every sum as it is, except for the sign of a sum that is itself zero: that is +0 as soon as one of
- * its terms is. The kernels compute, see whether all zeros were +0 and all values finite, and only
- * then write. They return whether they did.
+ * every sum as it is, except that it makes +0 of -0 or not. So the kernels take zeros for +0, compute,
+ * see whether everything was finite and nothing came out as -0, and only then write. They return
+ * whether they did; they do for any model of constant velocity but by rare chance. The values
+ * outside of the pairs are +0 since of every sum at least one term is, and so is its start.
  */
 #ifndef LIBIV_KALMAN_PAIRS_KERNEL_H
 #define LIBIV_KALMAN_PAIRS_KERNEL_H
@@ -219,6 +220,16 @@ IV_INLINE Eight sum_of(const Eight& a, const Eight& b) {
 IV_INLINE Eight unordered(const Eight& values) {
     return map([](EightPart a) IV_INLINED { return reinterpret_cast<EightPart>(a != a); }, values);
 }
+/// The lower, as integers: -0 is below everything else.
+IV_INLINE Eight lower(const Eight& a, const Eight& b) {
+    return map(
+        [](EightPart x, EightPart y) IV_INLINED {
+            const auto i = reinterpret_cast<EightBits>(x);
+            const auto j = reinterpret_cast<EightBits>(y);
+            return reinterpret_cast<EightPart>(i < j ? i : j);
+        },
+        a, b);
+}
 /// Ones where a value is -0.
 IV_INLINE Eight minus_zero(const Eight& values) {
     return map(
@@ -243,11 +254,11 @@ template <class Pairing>
     const Pairs P = load_pairs<Pairing>(k.P_post->data.f, stray);
     const Pairs Q = load_pairs<Pairing>(k.Q->data.f, stray);
     const Pairs temp1 = product_of_pairs<Pairing>({zero, zero}, A, transposed<Pairing>(P));
-    const Pairs P_pre = product_of_pairs<Pairing>({sum_of(Q.first, zero), sum_of(Q.second, zero)},
-                                                  temp1, transposed<Pairing>(A));
+    const Pairs P_pre = product_of_pairs<Pairing>(Q, temp1, transposed<Pairing>(A));
     // What is not finite anywhere reaches P_pre.
     const Eight zeros = sum_of(times_zero(P_pre.first), times_zero(P_pre.second));
-    if (!is_clear(merged(stray, unordered(zeros)))) {
+    const Eight lowest = lower(lower(temp1.first, temp1.second), lower(P_pre.first, P_pre.second));
+    if (!is_clear(merged(merged(stray, unordered(zeros)), minus_zero(lowest)))) {
         return false;
     }
     store_pairs<Pairing>(k.temp1->data.f, temp1);
@@ -331,15 +342,15 @@ template <class Pairing>
                             Eight::load(MASKS_OF<Pairing>.one_second))};
     const Pairs P_post = product_of_pairs<Pairing>({zero, zero}, temp1, P_transposed);
 
-    // What is not finite anywhere reaches P_post, x_post or temp3. The sums of temp5 and x_post have
-    // no term that is +0 for certain.
+    // What is not finite anywhere reaches P_post, x_post or temp3.
     const Eight zeros = sum_of(sum_of(times_zero(P_post.first), times_zero(P_post.second)),
                                sum_of(times_zero(x_post), times_zero(temp3)));
+    const Eight lowest =
+        lower(lower(lower(residual, x_post), lower(temp2, K)), lower(P_post.first, P_post.second));
     const Eight not_positive =
         map([](EightPart a) IV_INLINED { return reinterpret_cast<EightPart>(!(a > 0.0f)); }, temp3);
     stray = merged(stray, joined(stray_R, stray_R));
-    stray = merged(merged(stray, unordered(zeros)),
-                   merged(not_positive, merged(minus_zero(residual), minus_zero(x_post))));
+    stray = merged(merged(stray, unordered(zeros)), merged(not_positive, minus_zero(lowest)));
     if (!is_clear(stray)) {
         return false;
     }
