@@ -281,8 +281,8 @@ void expect_full_speed(const Pairing& pairing, Kernel) {
     const iv_kalman_t& k = *filter.k;
     static WorkArea work_area;
     for (int step = 0; step < 50; ++step) {
-        ASSERT_TRUE(predict_pairs<Kernel>(k)) << step;
-        iv_kalman_predict(filter.k);
+        ASSERT_TRUE(predict_state_of_pairs<Kernel>(k)) << step;
+        ASSERT_TRUE(predict_covariance_of_pairs<Kernel>(k)) << step;
         ASSERT_TRUE(correct_pairs<Kernel>(k, filter.measured, work_area)) << step;
     }
 }
@@ -301,7 +301,7 @@ TEST(FilterOfPairs, WhereAValueConnectsTwoPairsNothingIsWritten) {
         }
         filter.k->P_post->data.f[at] = -0.0f; // even the other zero
         const std::vector<float> before = filter.values();
-        ASSERT_FALSE(predict_pairs<Neighbours>(*filter.k)) << at;
+        ASSERT_FALSE(predict_covariance_of_pairs<Neighbours>(*filter.k)) << at;
         ASSERT_EQ(before, filter.values()) << at;
     }
 }

@@ -172,16 +172,16 @@ bool is_correction_fused(const iv_kalman_t& k, const iv_mat_t* measurement) {
 
 void predict_state(iv_kalman_t* kalman) {
     const iv_kalman_t& k = *kalman;
-    if (is_state_fused(k)) {
-        return kernels().predict_state(k);
+    if (is_state_fused(k) && kernels().predict_state(k)) {
+        return;
     }
     iv_mat_mul(k.A, k.x_post, k.x_pre, 0);
 }
 
 void predict_covariance(iv_kalman_t* kalman) {
     const iv_kalman_t& k = *kalman;
-    if (is_covariance_fused(k)) {
-        return kernels().predict_covariance(k);
+    if (is_covariance_fused(k) && kernels().predict_covariance(k)) {
+        return;
     }
     // The covariance is symmetric but for rounding; reading it transposed fixes the order of the
     // sums.
@@ -238,8 +238,9 @@ void iv_kalman_predict(iv_kalman_t* kalman) {
 
 void iv_kalman_correct(iv_kalman_t* kalman, iv_mat_t* measurement) {
     const iv_kalman_t& k = *kalman;
-    if (is_correction_fused(k, measurement)) {
-        return kernels().correct(k, measurement->data.f, inverse_work_area());
+    if (is_correction_fused(k, measurement) &&
+        kernels().correct(k, measurement->data.f, inverse_work_area())) {
+        return;
     }
     // Gain: K = P_pre H' (H P_pre H' + R)^-1. The status of the inverse is not examined: a refusal
     // leaves temp4 as it was.

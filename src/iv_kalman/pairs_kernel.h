@@ -13,18 +13,42 @@
 #ifndef LIBIV_KALMAN_PAIRS_KERNEL_H
 #define LIBIV_KALMAN_PAIRS_KERNEL_H
 
-#include "iv_kalman/row.h"
 #include "iv_lanes/kernels.h"
 #include "iv_lanes/lanes.h"
 #include "iv_matrix/inverse_kernel.h"
+#include "iv_matrix/product_kernel.h"
 
 namespace iv::internal {
 namespace {
 
-/// A value for each state.
-using Eight = Row<8>;
-using EightPart = Eight::V;
-using EightBits = Vector<std::int32_t, sizeof(EightPart)>;
+/// A value for each state, in as many registers as they take.
+struct Eight {
+    static constexpr int BYTES = 32 < WIDE ? 32 : WIDE;
+    static constexpr int VECTORS = 32 / BYTES;
+    Vector<float, BYTES> part[VECTORS];
+
+    IV_INLINE static Eight load(const float* from);
+    IV_INLINE void store(float* to) const;
+    IV_INLINE static Eight all(float value);
+};
+using EightPart = Vector<float, Eight::BYTES>;
+using EightBits = Vector<std::int32_t, Eight::BYTES>;
+
+IV_INLINE Eight Eight::load(const float* from) {
+    Eight row;
+    each<VECTORS>([&](auto v) IV_INLINED {
+        row.part[v] = load_whole<EightPart>(from + v * LANES<EightPart>);
+    });
+    return row;
+}
+IV_INLINE void Eight::store(float* to) const {
+    each<VECTORS>([&](auto v) IV_INLINED { store_whole(to + v * LANES<EightPart>, part[v]); });
+}
+IV_INLINE Eight Eight::all(float value) {
+    Eight row;
+    each<VECTORS>([&](auto v) IV_INLINED { row.part[v] = splat<EightPart>(value); });
+    return row;
+}
 
 template <class Step, class... R>
 IV_INLINE Eight map(Step step, const R&... rows) {
@@ -70,9 +94,9 @@ IV_INLINE Eight negated(const Eight& values) {
 }
 
 // Templates, so that only the branch of this machine's registers is compiled.
-template <class Row>
-IV_INLINE Four half(const Row& values, int which) {
-    if constexpr (Row::VECTORS == 2) {
+template <class Values>
+IV_INLINE Four half(const Values& values, int which) {
+    if constexpr (Values::VECTORS == 2) {
         return values.part[which];
     } else {
         return which ? high_half(values.part[0]) : low_half(values.part[0]);
@@ -245,9 +269,25 @@ IV_INLINE bool is_clear(const Eight& bits) {
     return (words[0] | words[1]) == 0;
 }
 
+/// x_pre = A x_post
+template <class Pairing>
+[[gnu::noinline]] bool predict_state_of_pairs(const iv_kalman_t& k) {
+    Eight stray = Eight::all(0.0f);
+    const Pairs A = transposed<Pairing>(load_pairs<Pairing>(k.A->data.f, stray));
+    const Eight x = Eight::load(k.x_post->data.f);
+    const Eight x_pre =
+        fused(A.second, Pairing::template select<1>(x, x),
+              fused(A.first, Pairing::template select<0>(x, x), Eight::all(NOTHING<float>)));
+    if (!is_clear(merged(merged(stray, unordered(times_zero(x_pre))), minus_zero(x_pre)))) {
+        return false;
+    }
+    x_pre.store(k.x_pre->data.f);
+    return true;
+}
+
 /// temp1 = A P_post', P_pre = temp1 A' + Q
 template <class Pairing>
-[[gnu::noinline]] bool predict_pairs(const iv_kalman_t& k) {
+[[gnu::noinline]] bool predict_covariance_of_pairs(const iv_kalman_t& k) {
     Eight stray = Eight::all(0.0f);
     const Eight zero = stray;
     const Pairs A = load_pairs<Pairing>(k.A->data.f, stray);
@@ -369,10 +409,25 @@ template <class Pairing>
     return true;
 }
 
-/// Whether state 0 pairs up with state 4, given a matrix that connects the states: the only pairing
-/// that is left to try then.
-IV_INLINE bool is_half_apart(const float* matrix) {
-    return load_whole<float>(matrix + 4) != 0.0f;
+/// Whether state 0 pairs up with state 4, given a matrix that connects the states: no other pairing
+/// is left to try then.
+IV_INLINE bool is_half_apart(const iv_mat_t* mat) {
+    return load_whole<float>(mat->data.f + 4) != 0.0f;
+}
+
+bool predict_state(const iv_kalman_t& k) {
+    return is_half_apart(k.A) ? predict_state_of_pairs<HalfApart>(k)
+                              : predict_state_of_pairs<Neighbours>(k);
+}
+
+bool predict_covariance(const iv_kalman_t& k) {
+    return is_half_apart(k.A) ? predict_covariance_of_pairs<HalfApart>(k)
+                              : predict_covariance_of_pairs<Neighbours>(k);
+}
+
+bool correct(const iv_kalman_t& k, const float* z, WorkArea& work_area) {
+    return is_half_apart(k.P_pre) ? correct_pairs<HalfApart>(k, z, work_area)
+                                  : correct_pairs<Neighbours>(k, z, work_area);
 }
 
 } // namespace

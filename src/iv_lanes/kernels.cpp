@@ -6,7 +6,7 @@
 // g++ takes the constant bounds of arrays in templates for conversions.
 #pragma GCC diagnostic ignored "-Wsign-conversion"
 
-#include "iv_kalman/fused_kernel.h"
+#include "iv_kalman/pairs_kernel.h"
 #include "iv_matrix/elementwise_kernel.h"
 #include "iv_matrix/inverse_kernel.h"
 #include "iv_matrix/product_kernel.h"
@@ -17,6 +17,8 @@ namespace iv::internal {
 
 #define IV_PRODUCTS(T) \
     { product<T, PLUS>, product<T, MINUS>, product<T, PLUS_TRANSPOSED> }
+#define IV_INTEGER_PRODUCTS(T) \
+    { product<T, PLUS>, product<T, PLUS>, product<T, PLUS_TRANSPOSED> }
 
 #define IV_ELEMENTWISE(T) \
     { elementwise<T, NEG>, elementwise<T, SCALE>, elementwise<T, ADD>, elementwise<T, SUB> }
@@ -24,18 +26,19 @@ namespace iv::internal {
 const Kernels IV_KERNELS = {
     IV_LEVEL,
     WIDE,
-    {IV_PRODUCTS(std::uint8_t), IV_PRODUCTS(std::uint8_t), IV_PRODUCTS(std::uint16_t),
-     IV_PRODUCTS(std::uint16_t), IV_PRODUCTS(std::uint32_t), IV_PRODUCTS(float),
-     IV_PRODUCTS(std::uint64_t), IV_PRODUCTS(double)},
+    {IV_INTEGER_PRODUCTS(std::uint8_t), IV_INTEGER_PRODUCTS(std::uint8_t),
+     IV_INTEGER_PRODUCTS(std::uint16_t), IV_INTEGER_PRODUCTS(std::uint16_t),
+     IV_INTEGER_PRODUCTS(std::uint32_t), IV_PRODUCTS(float), IV_INTEGER_PRODUCTS(std::uint64_t),
+     IV_PRODUCTS(double)},
     {IV_ELEMENTWISE(std::uint8_t), IV_ELEMENTWISE(std::uint8_t), IV_ELEMENTWISE(std::uint16_t),
      IV_ELEMENTWISE(std::uint16_t), IV_ELEMENTWISE(std::uint32_t), IV_ELEMENTWISE(float),
      IV_ELEMENTWISE(std::uint64_t), IV_ELEMENTWISE(double)},
     elementwise<std::uint64_t, FILL>,
     {transpose<std::uint8_t>, transpose<std::uint16_t>, transpose<std::uint32_t>,
      transpose<std::uint64_t>},
-    predict_state_8_4,
-    predict_covariance_8_4,
-    correct_8_4,
+    predict_state,
+    predict_covariance,
+    correct,
     invert,
     nearest,
 };

@@ -31,6 +31,7 @@ struct Product {
     std::ptrdiff_t b_row;        ///< values from one row of b to the next
     std::ptrdiff_t d_row;        ///< values from one row of d, and of start, to the next
     std::ptrdiff_t rows;         ///< of a and d
+    std::uint64_t flip;          ///< how integers subtract: all ones if they do, else zero
 };
 
 /// How a product reads its second factor and what it does with the terms.
@@ -86,10 +87,11 @@ struct Kernels {
     /// By the logarithm of an element's size. src is rows x cols, dst does not overlap it; the
     /// elements of a row have 16 bytes at least, and so those of a column.
     void (*transpose[4])(const void* src, void* dst, std::ptrdiff_t rows, std::ptrdiff_t cols);
-    // The equations of a filter with 8 states and 4 measured values, storage as created.
-    void (*predict_state)(const iv_kalman_t&);
-    void (*predict_covariance)(const iv_kalman_t&);
-    void (*correct)(const iv_kalman_t&, const float* measurement, WorkArea&);
+    // The equations of a filter with 8 states and 4 measured values, storage as created. They return
+    // false, with nothing written, where these kernels do not have what the equations give.
+    bool (*predict_state)(const iv_kalman_t&);
+    bool (*predict_covariance)(const iv_kalman_t&);
+    bool (*correct)(const iv_kalman_t&, const float* measurement, WorkArea&);
     /// Inverts the n x n floats at `from`, 1 to MAX_INVERSE_ORDER, into `to`, which may be `from`.
     void (*invert)(WorkArea&, int n, const void* from, void* to);
     /// The nearest track in the ranges, or NO_TRACK; of equally near ones the oldest. Tracks outside

@@ -43,14 +43,16 @@ void compute(int type, ProductMode mode, Factor a, const iv_mat_t* b, const void
              1,
              rows_of_a ? a.row : a.col,
              dst->rows,
-             1});
+             1,
+             0});
     } else {
         kernel[mode]({{a.mat->data.p, b->data.p, start, dst->data.p, dst->cols, inner},
                       a.row,
                       a.col,
                       b->cols,
                       dst->cols,
-                      dst->rows});
+                      dst->rows,
+                      mode == MINUS ? ~std::uint64_t{0} : 0});
     }
 }
 

@@ -54,6 +54,17 @@ constexpr std::ptrdiff_t INNER_BLOCK = 128;
 template <class T>
 constexpr T NOTHING = std::is_floating_point_v<T> ? -T{0} : T{0};
 
+/// What a register of sums starts from, or ends as. Integers are subtracted by adding: the complement
+/// of s is -s - 1, so that the complement of (complement of s) + a b is s - a b.
+template <class T, class S>
+IV_INLINE S flipped(S values, const Product& p) {
+    if constexpr (std::is_integral_v<T>) {
+        return values ^ splat<S>(static_cast<T>(p.flip));
+    } else {
+        return values;
+    }
+}
+
 /// sum + a * b, or minus, for the factor at `a` and a row of b.
 template <class L, class T, ProductMode MODE>
 IV_INLINE typename L::Computed add_term(const T* a, typename L::Computed b,
@@ -86,8 +97,9 @@ void tile(const Product& p, const ProductPart& part, std::ptrdiff_t i) {
     };
     each<HEIGHT>([&](auto r) IV_INLINED {
         each<VECTORS>([&](auto v) IV_INLINED {
-            sum[r][v] = L::computed(part.start ? load(static_cast<const T*>(part.start) + at[r], v)
-                                               : splat<Stored>(NOTHING<T>));
+            const auto start = part.start ? load(static_cast<const T*>(part.start) + at[r], v)
+                                          : splat<Stored>(NOTHING<T>);
+            sum[r][v] = L::computed(flipped<T>(start, p));
         });
     });
 
@@ -125,10 +137,11 @@ void tile(const Product& p, const ProductPart& part, std::ptrdiff_t i) {
     each<HEIGHT>([&](auto r) IV_INLINED {
         each<VECTORS>([&](auto v) IV_INLINED {
             T* to = static_cast<T*>(part.d) + at[r] + v * L::COUNT;
+            const auto values = flipped<T>(L::stored(sum[r][v]), p);
             if (v < VECTORS - 1) {
-                store_whole<Stored>(to, L::stored(sum[r][v]));
+                store_whole<Stored>(to, values);
             } else {
-                store_first<Stored>(to, L::stored(sum[r][v]), last);
+                store_first<Stored>(to, values, last);
             }
         });
     });
@@ -230,8 +243,9 @@ void pass_rows(const Product& p, const ProductPart& part) {
         });
         typename L::Computed sum[ABREAST];
         each<ABREAST>([&](auto r) IV_INLINED {
-            sum[r] = L::computed(part.start ? load_first<Stored>(start + at[r], bytes)
-                                            : splat<Stored>(NOTHING<T>));
+            const auto values =
+                part.start ? load_first<Stored>(start + at[r], bytes) : splat<Stored>(NOTHING<T>);
+            sum[r] = L::computed(flipped<T>(values, p));
         });
         const auto add_row = [&](auto k) IV_INLINED {
             each<ABREAST>([&](auto r) IV_INLINED {
@@ -246,8 +260,9 @@ void pass_rows(const Product& p, const ProductPart& part) {
                 add_row(k);
             }
         }
-        each<ABREAST>([&](auto r)
-                          IV_INLINED { store_first<Stored>(d + at[r], L::stored(sum[r]), bytes); });
+        each<ABREAST>([&](auto r) IV_INLINED {
+            store_first<Stored>(d + at[r], flipped<T>(L::stored(sum[r]), p), bytes);
+        });
         a += ABREAST * p.a_row;
         start += part.start ? ABREAST * p.d_row : 0;
         d += ABREAST * p.d_row;
