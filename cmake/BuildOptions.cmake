@@ -29,3 +29,10 @@ if(LIBIV_SANITIZE)
     target_compile_options(iv_build_options INTERFACE ${sanitizers})
     target_link_options(iv_build_options INTERFACE ${sanitizers})
 endif()
+
+# The tests, too: of inline functions the linker keeps one copy, which may be a test's.
+option(LIBIV_COVERAGE "Count which lines and branches run (clang)" OFF)
+if(LIBIV_COVERAGE)
+    target_compile_options(iv_build_options INTERFACE -fprofile-instr-generate -fcoverage-mapping)
+    target_link_options(iv_build_options INTERFACE -fprofile-instr-generate)
+endif()

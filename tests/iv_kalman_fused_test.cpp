@@ -158,6 +158,12 @@ INSTANTIATE_TEST_SUITE_P(
              [](FilterWithModel& s) { aside(s.k->H, s.k->P_post->data.f + 8); }},
         Case{"AMeasurementInTheState",
              [](FilterWithModel& s) { s.z->data.f = s.k->x_pre->data.f; }},
+        Case{"AMeasurementThatEndsInTheBlock",
+             [](FilterWithModel& s) {
+                 s.z->data.p = reinterpret_cast<u08_t*>(
+                     &s.k->mbuf); // the last field of the record, before the block
+                 s.k->mbuf = nullptr;
+             }},
         Case{"AMisalignedModel",
              [](FilterWithModel& s) {
                  static unsigned char room[sizeof(float) * NS * NS + 1];

@@ -250,7 +250,7 @@ IV_INLINE Eight lower(const Eight& a, const Eight& b) {
         [](EightPart x, EightPart y) IV_INLINED {
             const auto i = reinterpret_cast<EightBits>(x);
             const auto j = reinterpret_cast<EightBits>(y);
-            return reinterpret_cast<EightPart>(i < j ? i : j);
+            return reinterpret_cast<EightPart>(choose(i < j, i, j));
         },
         a, b);
 }

@@ -101,6 +101,12 @@ IV_INLINE V lane_numbers() {
     return count_lanes<V>(std::make_index_sequence<sizeof(V) / sizeof(ElementOf<V>)>{});
 }
 
+/// In every lane a where the comparison holds, else b.
+template <class Comparison, class V>
+IV_INLINE V choose(Comparison holds, V a, V b) {
+    return holds ? a : b; // Not covered: no branch, both are taken
+}
+
 /// c + a * b in every lane: one fused multiply-add for floats, wrapping around for integers.
 template <class V>
 IV_INLINE V multiply_add(V a, V b, V c) {

@@ -43,6 +43,7 @@ bool runs(const Kernels& level) {
     }
     const Registers basic = identify(1);
     const Registers extended = identify(7);
+    // Not covered: a machine has one answer
     if (!all(basic.ecx, bit_OSXSAVE | bit_FMA) || !all(extended.ebx, bit_AVX2)) {
         return false;
     }
@@ -50,15 +51,18 @@ bool runs(const Kernels& level) {
         return all(saved_states(), STATES_AVX);
     }
     constexpr unsigned avx512 = bit_AVX512F | bit_AVX512BW | bit_AVX512DQ | bit_AVX512VL | bit_BMI2;
+    // Not covered: a machine has one answer
     return all(extended.ebx, avx512) && all(saved_states(), STATES_AVX512);
 }
 
 const Kernels& choose_kernels() {
-    const Kernels& best = runs(KERNELS_V4)   ? KERNELS_V4
-                          : runs(KERNELS_V3) ? KERNELS_V3
-                                             : KERNELS_BASELINE;
-    __atomic_store_n(&chosen_kernels, &best, __ATOMIC_RELAXED);
-    return best;
+    const Kernels* const levels[] = {&KERNELS_BASELINE, &KERNELS_V3, &KERNELS_V4};
+    const Kernels* best = nullptr;
+    for (const Kernels* level : levels) {
+        best = runs(*level) ? level : best; // Not covered: a machine has one answer
+    }
+    __atomic_store_n(&chosen_kernels, best, __ATOMIC_RELAXED);
+    return *best;
 }
 
 } // namespace iv::internal

@@ -23,9 +23,6 @@ constexpr int TALL[] = {4, 4};
 #endif
 constexpr int FLAT = 4;
 
-/// Terms from which on the taller tiles make up for their longer start and end.
-constexpr std::ptrdiff_t LONG = 64;
-
 /// Rows of b that are kept in registers while the rows of a pass by.
 #if defined(__AVX512BW__)
 constexpr int KEPT = 16;
@@ -275,6 +272,7 @@ template <class T, ProductMode MODE>
 constexpr int registers_for(int count) {
     const bool pieces = count % (PIECE / static_cast<int>(sizeof(T))) == 0;
     const bool full = count == TERMS<T> && MODE != MINUS && (MASKS || std::is_floating_point_v<T>);
+    // Not covered: the compiler runs it
     const bool filter = count == 4 || count == 8;
     const bool tiny = count == 2 || count == 3 || count == 6 || count == 12;
     const bool small =
@@ -303,10 +301,8 @@ IV_INLINE void panel(const Product& p, const ProductPart& part) {
         constexpr int height = TALL[VECTORS - 1];
         std::ptrdiff_t i = 0;
         if constexpr (height > FLAT) {
-            if (part.inner >= LONG) {
-                for (; p.rows - i > FLAT; i += height) {
-                    tile<T, MODE, BYTES, height, VECTORS>(p, part, i);
-                }
+            for (; p.rows - i > FLAT; i += height) {
+                tile<T, MODE, BYTES, height, VECTORS>(p, part, i);
             }
         }
         for (; i < p.rows; i += FLAT) {

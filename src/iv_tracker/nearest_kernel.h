@@ -20,9 +20,9 @@ struct NearestOfLanes {
 
     /// Takes another in the lanes where it is nearer, or as near and older. A NaN is neither.
     IV_INLINE void meet(F other_d, I other_age) {
-        const I older = other_age < age ? other_age : age;
-        age = other_d < d ? other_age : (other_d == d ? older : age);
-        d = other_d < d ? other_d : d;
+        const I older = choose(other_age < age, other_age, age);
+        age = choose(other_d < d, other_age, choose(other_d == d, older, age));
+        d = choose(other_d < d, other_d, d);
     }
 };
 
@@ -64,7 +64,7 @@ Nearest nearest(const Centres& centres, const Range* ranges, int count, const Ta
             const F dy = load_whole<F>(centres.y + i) - y;
             const F d = dx * dx + dy * dy;
             const I agreeing = load_whole<I>(centres.c + i) & class_bits;
-            lanes.meet(agreeing == c ? d : out_of_reach, load_whole<I>(centres.age + i));
+            lanes.meet(choose(agreeing == c, d, out_of_reach), load_whole<I>(centres.age + i));
             i += static_cast<unsigned>(LANES<F>);
         } while (i < range->end);
     }

@@ -1,0 +1,273 @@
+#!/usr/bin/env python3
+"""Changes the library one small fault at a time and sees whether the tests notice.
+
+Every mutant is one edit of one line of src/: a comparison turned, a constant moved by one, a fused
+multiply-add taken apart, operands exchanged, a statement removed. It is built in a copy of the tree
+and tested, first by the tests of its own stem, then by all; the first failure kills it, as does a
+build that fails with a warning or a run that does not end. What survives either lacks a test or
+changes nothing; survivors.tsv says of each of those why it changes nothing.
+
+Results are kept by the text of the line, so that a run goes on where the last one ended and only
+visits again what has changed.
+"""
+
+import argparse
+import concurrent.futures
+import hashlib
+import os
+import queue
+import random
+import re
+import shutil
+import subprocess
+import sys
+from pathlib import Path
+
+ROOT = Path(__file__).resolve().parents[2]
+BUILD = ROOT / "build" / "mutation"
+SURVIVORS = Path(__file__).with_name("survivors.tsv")
+
+# Tests of a stem, by the prefix of the file's path; the rest of the tests come after them.
+TESTS_OF = {
+    "src/iv_kalman": "*Kalman*:*Filter*:*Fused*",
+    "src/iv_lanes/level": "Level*",
+    "src/iv_list": "*List*",
+    "src/iv_matrix/elementwise": "*Elementwise*:*Add*:*Sub*:*Scale*:*Neg*",
+    "src/iv_matrix/fill": "*Fill*:*Set*",
+    "src/iv_matrix/fixed3": "*Fixed3*",
+    "src/iv_matrix/inverse": "*Inverse*",
+    "src/iv_matrix/product": "*Product*:*Fused*",
+    "src/iv_matrix/transpose": "*Transpose*",
+    "src/iv_tracker": "*Tracker*:*Search*:*Nearest*",
+}
+
+OPPOSITES = {
+    " < ": " <= ", " <= ": " < ", " > ": " >= ", " >= ": " > ", " == ": " != ", " != ": " == ",
+    " + ": " - ", " - ": " + ", " * ": " + ", " / ": " * ", " += ": " -= ", " -= ": " += ",
+    " && ": " || ", " || ": " && ", " & ": " | ", " | ": " & ", " << ": " >> ", " >> ": " << ",
+    "++": "--", "--": "++",
+}  # fmt: skip
+OPERATOR = re.compile("|".join(re.escape(o) for o in sorted(OPPOSITES, key=len, reverse=True)))
+NUMBER = re.compile(r"(?<![\w.])(\d+)(\.\d+)?(f?)(?![\w.])")
+EXCHANGE = re.compile(r"(?<![\w.)\]])([\w.]+(?:\[\w+\])?) ([-/]) ([\w.]+(?:\[\w+\])?)(?![\w.(\[])")
+FUSED = re.compile(r"\b(?:std::)?(?:__builtin_)?(?:fmaf?|multiply_add)\(")
+STATEMENT = re.compile(r"^\s+(?!return\b|using\b|const\b|constexpr\b|static|auto\b|case\b|template\b)"
+                       r"[\w.\->\[\]:*+ ]*(?:\(.*\)| [-+|&^]?= .*|\+\+|--);$")  # fmt: skip
+DECLARATION = re.compile(r"^\s+(?:[\w:]+(?:<.*>)?[*&]? )+\w+(?:\[.*\])?(?:\{.*\})? = ")
+SKIPPED = re.compile(r"^\s*(?:#|//|/?\*|static_assert|template|using |friend |extern )")
+
+
+def arguments_end(text, start):
+    """Where the parenthesis that opens before `start` closes, and the commas between."""
+    depth, commas = 1, []
+    for i in range(start, len(text)):
+        depth += (text[i] in "([{") - (text[i] in ")]}")
+        if depth == 0:
+            return i, commas
+        if depth == 1 and text[i] == ",":
+            commas.append(i)
+    return None, commas
+
+
+def mutations_of(line):
+    """All (what, mutated line) of a line."""
+    code = re.sub(r"/\*.*?\*/", "", line.split(" //")[0]).rstrip()
+    if SKIPPED.match(code) or not code.strip():
+        return
+    for m in OPERATOR.finditer(code):
+        before, after = code[: m.start()], code[m.end() :]
+        yield f"{m.group().strip()} to {OPPOSITES[m.group()].strip()}", \
+            before + OPPOSITES[m.group()] + after
+    for m in NUMBER.finditer(code):
+        whole, fraction, suffix = m.groups()
+        changed = f"{whole}{fraction}1{suffix}" if fraction else f"{int(whole) + 1}{suffix}"
+        yield f"{m.group()} to {changed}", code[: m.start()] + changed + code[m.end() :]
+    for m in EXCHANGE.finditer(code):
+        a, sign, b = m.groups()
+        if a != b:
+            yield f"{m.group()} exchanged", \
+                code[: m.start()] + f"{b} {sign} {a}" + code[m.end() :]
+    for m in FUSED.finditer(code):
+        end, commas = arguments_end(code, m.end())
+        if end and len(commas) == 2 and "IV_INLINE" not in code:
+            a, b, c = (code[i:j] for i, j in zip(
+                [m.end(), commas[0] + 1, commas[1] + 1], [commas[0], commas[1], end]))
+            yield "not fused", code[: m.start()] + f"(({a}) * ({b}) + ({c}))" + code[end + 1 :]
+    if STATEMENT.match(code) and not DECLARATION.match(code):
+        yield "removed", re.match(r"\s*", code).group() + ";"
+    if code.strip() in ("continue;", "break;"):
+        yield "removed", re.match(r"\s*", code).group() + ";"
+    m = re.search(r"(?<=[( ])!(?=\w)", code)
+    if m:
+        yield "not taken back", code[: m.start()] + code[m.end() :]
+
+
+class Mutant:
+    def __init__(self, file, number, line, occurrence, what, mutated):
+        self.file, self.number, self.line = file, number, line
+        self.what, self.mutated = what, mutated
+        self.key = "\t".join([file, line.strip(), f"{what} #{occurrence}"])
+
+
+def all_mutants():
+    mutants = []
+    files = [*ROOT.glob("src/**/*.cpp"), *ROOT.glob("src/*/*.h"), ROOT / "src/iv_list.h"]
+    for path in sorted(files):
+        file = str(path.relative_to(ROOT))
+        seen = {}
+        for number, line in enumerate(path.read_text().splitlines()):
+            for what, mutated in mutations_of(line):
+                if mutated.strip() == line.strip():
+                    continue
+                seen[(line, what)] = occurrence = seen.get((line, what), 0) + 1
+                mutants.append(Mutant(file, number, line, occurrence, what, mutated))
+    return mutants
+
+
+def sources_digest():
+    """Of what decides a mutant's fate besides its own file: the tests."""
+    digest = hashlib.sha256()
+    for path in sorted([*ROOT.glob("tests/**/*.cpp"), *ROOT.glob("tests/**/*.h")]):
+        digest.update(path.read_bytes())
+    return digest.hexdigest()[:12]
+
+
+class Worker:
+    """A copy of the tree with a build of its own."""
+
+    def __init__(self, number):
+        self.tree = BUILD / f"tree{number}"
+        self.build = BUILD / f"build{number}"
+
+    def prepare(self):
+        self.tree.mkdir(parents=True, exist_ok=True)
+        for part in ("src", "tests", "cmake", "CMakeLists.txt"):
+            copy_changed(ROOT / part, self.tree / part)
+        run(["cmake", "-S", str(self.tree), "-B", str(self.build), "-G", "Ninja",
+             "-DCMAKE_BUILD_TYPE=", "-DCMAKE_CXX_FLAGS=-O1 -DNDEBUG", "-DLIBIV_TOOLS=OFF",
+             "-DLIBIV_WERROR=ON"])  # fmt: skip
+        run(["ninja", "-C", str(self.build), "libiv_tests"])
+
+    def tests(self, selection, seconds):
+        """Whether tests fail, crash or hang."""
+        command = [str(self.build / "tests" / "libiv_tests"), "--gtest_brief=1",
+                   "--gtest_fail_fast", f"--gtest_filter={selection}"]  # fmt: skip
+        environment = dict(os.environ, LIBIV_TEST_SCALE="0.2")
+        limit = "ulimit -v 8000000; exec \"$@\""
+        try:
+            return subprocess.run(["sh", "-c", limit, "sh", *command], env=environment,
+                                  stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL,
+                                  timeout=seconds).returncode != 0  # fmt: skip
+        except subprocess.TimeoutExpired:
+            return True
+
+    def judge(self, mutant):
+        path = self.tree / mutant.file
+        original = path.read_text()
+        lines = original.splitlines(keepends=True)
+        lines[mutant.number] = mutant.mutated + "\n"
+        try:
+            path.write_text("".join(lines))
+            built = subprocess.run(["ninja", "-C", str(self.build), "libiv_tests"],
+                                   stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)  # fmt: skip
+            if built.returncode:
+                return "does not build"
+            own = next((t for p, t in TESTS_OF.items() if mutant.file.startswith(p)), None)
+            if own and self.tests(own, 60):
+                return "killed"
+            return "killed" if self.tests("*", 240) else "survived"
+        finally:
+            path.write_text(original)
+
+
+def copy_changed(source, target):
+    """Copies a file or folder, but leaves alone what is the same: it is not built again then."""
+    if source.is_dir():
+        target.mkdir(exist_ok=True)
+        for old in target.iterdir():
+            if not (source / old.name).exists():
+                shutil.rmtree(old) if old.is_dir() else old.unlink()
+        for child in source.iterdir():
+            copy_changed(child, target / child.name)
+    elif not target.exists() or target.read_bytes() != source.read_bytes():
+        target.write_bytes(source.read_bytes())
+        target.chmod(source.stat().st_mode)
+
+
+def run(command):
+    done = subprocess.run(command, stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True)
+    if done.returncode:
+        sys.exit(f"mutate.py: {' '.join(command)} failed:\n{done.stdout}")
+
+
+def read_table(path):
+    """{key: last column} of a table with four columns."""
+    if not path.exists():
+        return {}
+    rows = (line.rstrip("\n").rsplit("\t", 1) for line in path.read_text().splitlines()
+            if line and not line.startswith("#"))  # fmt: skip
+    return {key: value for key, value in rows}
+
+
+def main():
+    parser = argparse.ArgumentParser(description=__doc__.splitlines()[0])
+    parser.add_argument("--sample", type=int, metavar="N", help="only N mutants, chosen anew by --seed")
+    parser.add_argument("--seed", default="1", help="of the sample (default: 1)")
+    parser.add_argument("--files", default="", metavar="REGEX", help="only in files that match")
+    parser.add_argument("--jobs", type=int, default=os.cpu_count(), metavar="N")
+    parser.add_argument("--list", action="store_true", help="list the mutants and end")
+    options = parser.parse_args()
+
+    mutants = [m for m in all_mutants() if re.search(options.files, m.file)]
+    total = len(mutants)
+    if options.sample:
+        mutants = random.Random(options.seed).sample(mutants, min(options.sample, total))
+    if options.list:
+        for m in mutants:
+            print(f"{m.file}:{m.number + 1}: {m.what}\n-{m.line}\n+{m.mutated}")
+        return
+
+    BUILD.mkdir(parents=True, exist_ok=True)
+    results = BUILD / f"results-{sources_digest()}.tsv"
+    known = read_table(results)
+    reasons = read_table(SURVIVORS)
+    left = [m for m in mutants if m.key not in known]
+    random.Random(0).shuffle(left)  # what an unfinished run has seen is a fair sample
+    workers = queue.SimpleQueue()
+    for number in range(min(options.jobs, max(len(left), 1))):
+        worker = Worker(number)
+        if left:
+            print(f"Building copy {number + 1}", flush=True)
+            worker.prepare()
+        workers.put(worker)
+
+    def judge(mutant):
+        worker = workers.get()
+        try:
+            return mutant, worker.judge(mutant)
+        finally:
+            workers.put(worker)
+
+    with results.open("a") as table, \
+            concurrent.futures.ThreadPoolExecutor(options.jobs) as pool:  # fmt: skip
+        for count, (mutant, fate) in enumerate(pool.map(judge, left), 1):
+            known[mutant.key] = fate
+            print(mutant.key, fate, sep="\t", file=table, flush=True)
+            if fate == "survived" and mutant.key not in reasons:
+                print(f"\n{mutant.file}:{mutant.number + 1}: {mutant.what}: survived\n"
+                      f"-{mutant.line}\n+{mutant.mutated}", flush=True)  # fmt: skip
+            if sys.stdout.isatty():
+                print(f"\r{count} of {len(left)}", end="", flush=True)
+
+    fates = [known[m.key] for m in mutants if m.key in known]
+    survived = [m for m in mutants if known.get(m.key) == "survived"]
+    unexplained = [m for m in survived if m.key not in reasons]
+    alive = len(fates) - fates.count("does not build")
+    print(f"\n{len(fates)} of {total} mutants tried ({100 * len(fates) // max(total, 1)} %): "
+          f"{fates.count('does not build')} do not build, {fates.count('killed')} of {alive} killed, "
+          f"{len(survived) - len(unexplained)} change nothing, {len(unexplained)} survived")
+    sys.exit(bool(unexplained))
+
+
+if __name__ == "__main__":
+    main()
