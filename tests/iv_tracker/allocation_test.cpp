@@ -44,15 +44,6 @@ TEST(TrackerAllocation, CreationTakesEightBlocks) {
     EXPECT_EQ(allocations.freed(), 4);
 }
 
-TEST(TrackerAllocation, FailedCreationLeavesNothingAllocated) {
-    for (int failing = 1; failing <= 8; ++failing) {
-        Allocations allocations;
-        allocations.fail_nth(failing);
-        EXPECT_EQ(iv_tracker_create(64, 48, 5, 1, 0.5f, 3, 5, 0), nullptr) << failing;
-        EXPECT_EQ(allocations.freed(), allocations.made()) << failing;
-    }
-}
-
 TEST(TrackerAllocation, SteadyFrameTakesNothing) {
     Instance instance(stable_after(1));
     instance.process({HERE});

@@ -163,7 +163,7 @@ void Tracker::associate(int n) {
 void Tracker::start_tracks() {
     for (std::size_t n = 0; n < detections_.size(); ++n) {
         Detection& detection = detections_[n];
-        if (detection.track || static_cast<int>(tracks_.size()) >= capacity_) {
+        if (detection.track || static_cast<int>(tracks_.size()) >= capacity_ || !take_blocks(1)) {
             continue;
         }
         Track& track = tracks_.emplace_back();
@@ -195,20 +195,24 @@ void Tracker::match(Track& track) {
     track.now = detection.box;
     track.score = detection.score;
     track.misses = 0;
-    const bool beyond_counting = track.matches == INT_MAX;
-    track.matches = one_more(track.matches);
+    const int counted = track.matches;
+    const bool beyond_counting = counted == INT_MAX;
+    track.matches = one_more(counted);
     const bool beyond = beyond_counting || track.matches > parameters_.stable;
     if (!beyond && track.matches < parameters_.stable) {
         return;
     }
     if (beyond && track.filter) {
         correct(track);
-    } else {
-        confirm(track);
+    } else if (!confirm(track)) {
+        track.matches = counted;
     }
 }
 
-void Tracker::confirm(Track& track) {
+bool Tracker::confirm(Track& track) {
+    if (!take_blocks(2)) {
+        return false;
+    }
     track.id = next_id_;
     next_id_ = next_id_ == LAST_ID ? 1 : next_id_ + 1;
     track.filter = std::make_unique<Kalman>(8, 4, motion_.A, motion_.H, motion_.Q, motion_.R);
@@ -220,6 +224,23 @@ void Tracker::confirm(Track& track) {
         set(track.filter->x_post, STATE_OF_BOX[k], 0, now[k]);
         set(track.filter->x_post, STATE_OF_BOX[k] + 2, 0, before[k]);
     }
+    return true;
+}
+
+void Tracker::refuse_block(int n, bool lasting) {
+    until_refusal_ = n;
+    lasting_refusal_ = lasting;
+}
+
+bool Tracker::take_blocks(int count) {
+    for (; count > 0; --count) {
+        if (until_refusal_ == 1) {
+            until_refusal_ = lasting_refusal_ ? 1 : 0;
+            return false;
+        }
+        until_refusal_ -= until_refusal_ > 0;
+    }
+    return true;
 }
 
 void Tracker::correct(Track& track) {

@@ -67,6 +67,10 @@ class Tracker {
     int next_id() const { return next_id_; }
     void set_next_id(int id) { next_id_ = id; }
 
+    /// Refuses the nth block of memory from now on (1: the next one), and with `lasting` all behind
+    /// it. 0: none. A track takes one block, a filter two.
+    void refuse_block(int n, bool lasting);
+
   private:
     void extract(const float (*rows)[6]);
     void predict();
@@ -75,7 +79,9 @@ class Tracker {
     void start_tracks();
     void update();
     void match(Track& track);
-    void confirm(Track& track);
+    /// False, with nothing changed, when memory is refused.
+    bool confirm(Track& track);
+    bool take_blocks(int count);
     static void correct(Track& track);
     /// True when the track has to go.
     bool miss(Track& track) const;
@@ -84,6 +90,8 @@ class Tracker {
     int capacity_;
     Parameters parameters_;
     int next_id_ = 1;
+    int until_refusal_ = 0;
+    bool lasting_refusal_ = false;
     std::list<Track> tracks_;
     std::vector<Detection> detections_;
     /// Holds the motion model A, H, Q, R that the filters of all tracks refer to.

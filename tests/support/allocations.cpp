@@ -9,19 +9,25 @@ struct Counters {
     int made = 0;
     int freed = 0;
     int until_failure = 0;
+    bool lasting = false;
     std::vector<void*> freed_blocks;
     std::vector<std::size_t> sizes;
 };
 
 Counters* counters = nullptr;
 
-/// Records a request; false when it is the one that has to fail.
+/// Records a request; false when it has to fail.
 bool record(std::size_t size) {
     if (!counters) {
         return true;
     }
     counters->sizes.push_back(size);
-    return counters->until_failure == 0 || --counters->until_failure != 0;
+    if (counters->until_failure != 1) {
+        counters->until_failure -= counters->until_failure > 0;
+        return true;
+    }
+    counters->until_failure = counters->lasting ? 1 : 0;
+    return false;
 }
 
 void* count(void* block) {
@@ -56,6 +62,11 @@ const std::vector<std::size_t>& Allocations::sizes() const {
 }
 void Allocations::fail_nth(int n) {
     counters->until_failure = n;
+    counters->lasting = false;
+}
+void Allocations::fail_from(int n) {
+    counters->until_failure = n;
+    counters->lasting = true;
 }
 
 } // namespace test

@@ -29,6 +29,8 @@ class Allocations {
 
     /// Lets the nth allocation from now on fail (1: the next one), and that one alone. 0: none.
     void fail_nth(int n);
+    /// Lets the nth allocation from now on fail, and all behind it until either is called again.
+    void fail_from(int n);
 };
 
 } // namespace test
