@@ -220,7 +220,7 @@ std::vector<Scenario> scenarios() {
         steady(),
     };
     Random random(test::seed() + 90);
-    for (int scene = 0; scene < test::rounds(3); ++scene) {
+    for (int scene = 0; scene < test::rounds(static_cast<int>(3 * LIBIV_SWEEP_SHARE)); ++scene) {
         all.push_back(whole_scene(random));
     }
     return all;

@@ -381,6 +381,39 @@ TEST(KalmanCorrect, SingularInnovationCovarianceIsNotDetected) {
     }
 }
 
+/// One step of a filter whose states are measured one by one.
+void step(const Filter& kalman, const Floats& measured) {
+    FloatMatrix z(4, 1, measured);
+    iv_kalman_predict(kalman.get());
+    iv_kalman_correct(kalman.get(), z);
+}
+
+// The covariance and the gain never see a measurement, and the estimate is a matter of its filter.
+TEST(KalmanCorrect, MeasurementThatIsNoNumberSpoilsTheEstimateOfItsFilterAlone) {
+    Model model;
+    for (iv_mat_t* mat : {&*model.A, &*model.H, &*model.Q, &*model.R}) {
+        iv_mat_setidentity(mat);
+    }
+    const Filter spoiled = model.filter(1), beside = model.filter(1), twin = model.filter(1);
+    for (const float value : {3.0f, test::NOT_A_NUMBER, 4.0f, 5.0f}) {
+        step(spoiled, {1, value, 2, 3});
+        step(beside, {1, 2, 3, 4});
+    }
+    for (int i = 0; i < 4; ++i) {
+        step(twin, {1, 2, 3, 4});
+    }
+    EXPECT_EQ(floats_of(beside->x_post), floats_of(twin->x_post));
+    EXPECT_EQ(floats_of(beside->P_post), floats_of(twin->P_post));
+    EXPECT_EQ(floats_of(spoiled->P_post), floats_of(twin->P_post));
+    for (const float value : floats_of(spoiled->x_post)) {
+        EXPECT_TRUE(std::isnan(value)) << "two steps behind the measurement";
+    }
+    fill(spoiled->x_post, floats_of(twin->x_post));
+    step(spoiled, {1, 2, 3, 4});
+    step(twin, {1, 2, 3, 4});
+    EXPECT_EQ(floats_of(spoiled->x_post), floats_of(twin->x_post)) << "written anew it is sound";
+}
+
 TEST(KalmanCorrect, NeitherStepAllocates) {
     Model model;
     const Filter kalman = model.filter(1);
