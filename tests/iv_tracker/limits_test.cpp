@@ -150,6 +150,82 @@ TEST(TrackerLimits, MissCountBeyondItsLimitExceedsEveryRemovalCount) {
     EXPECT_EQ(instance->track_count, 0);
 }
 
+// What a host sees of a track does not tell how long it has lived.
+TEST(TrackerLimits, TrackMatchedMoreOftenThanCanBeCountedIsReportedLikeAnyOther) {
+    for (const int stable : {1, 3, INT_MAX}) {
+        Instance young(stable_after(1)), old(stable_after(1));
+        for (Instance* instance : {&young, &old}) {
+            instance->process({HERE});
+            instance->process({HERE});
+        }
+        young.track()->match_count = 1000;
+        old.set(&Settings::fcnt_stable, stable);
+        old.track()->match_count = stable < INT_MAX ? INT_MAX - 4 : INT_MAX;
+        for (int frame = 0; frame < 12; ++frame) {
+            const auto x = 10.0f + 0.25f * static_cast<float>(frame);
+            const std::vector<Detection> rows{detection(1, x, 20, 4 + x)};
+            const bool seen = frame % 5 != 4;
+            const std::vector<test::TrackRow> expected =
+                young.process(seen ? rows : std::vector<Detection>{});
+            EXPECT_EQ(old.process(seen ? rows : std::vector<Detection>{}), expected) << frame;
+            EXPECT_EQ(ids(expected), std::vector<int>{1});
+        }
+        EXPECT_EQ(old.track()->match_count, INT_MAX);
+        EXPECT_EQ(old->tid, 2);
+    }
+}
+
+TEST(TrackerLimits, TrackMissedMoreOftenThanCanBeCountedGoesOrComesBackLikeAnyOther) {
+    for (const int misses : {4, INT_MAX - 2, INT_MAX - 1, INT_MAX}) {
+        Confirmed instance;
+        instance.set(&Settings::fcnt_removal, INT_MAX);
+        instance.track()->miss_count = misses;
+        const std::vector<test::TrackRow> rows = instance.process({NEAR});
+        EXPECT_EQ(ids(rows), std::vector<int>{1}) << misses;
+        EXPECT_TRUE(instance.corrected()) << misses;
+        instance.track()->miss_count = misses;
+        instance.set(&Settings::fcnt_removal, misses);
+        EXPECT_TRUE(instance.process({}).empty()) << misses;
+        EXPECT_EQ(instance->track_count, 0) << misses;
+    }
+}
+
+TEST(TrackerLimits, IdsAfterTheHighestStartAgainWhateverIsAlive) {
+    Instance instance(stable_after(1));
+    instance.process({HERE, detection(1, 40, 20)});
+    instance->tid = MAX_TRACK_ID;
+    const std::vector<Detection> rows{HERE, detection(1, 40, 20), detection(1, 70, 20),
+                                      detection(1, 100, 20), detection(1, 130, 20)};
+    EXPECT_EQ(ids(instance.process(rows)), (std::vector<int>{1, 2, MAX_TRACK_ID, 1, 2}));
+    EXPECT_EQ(ids(instance.process(rows)), (std::vector<int>{1, 2, MAX_TRACK_ID, 1, 2}));
+    EXPECT_EQ(instance->tid, 3);
+}
+
+TEST(TrackerLimits, SecondConfirmationStartsIdsAgainToo) {
+    Confirmed instance;
+    iv_kalman_t* old_filter = instance.track()->kalman;
+    iv_mat_t* old_obv = instance.track()->obv;
+    instance->tid = MAX_TRACK_ID;
+    instance.set(&Settings::fcnt_stable, 2);
+    EXPECT_EQ(ids(instance.process({HERE, detection(2, 50, 20)})), std::vector<int>{MAX_TRACK_ID});
+    EXPECT_EQ(ids(instance.process({HERE, detection(2, 50, 20)})),
+              (std::vector<int>{MAX_TRACK_ID, 1}));
+    iv_kalman_release(old_filter);
+    iv_mat_release(old_obv);
+}
+
+TEST(TrackerLimits, RefusedConfirmationKeepsTheHighestIdForTheNextMatch) {
+    Instance instance(stable_after(1));
+    instance->tid = MAX_TRACK_ID;
+    {
+        Allocations allocations;
+        allocations.fail_nth(2);
+        EXPECT_TRUE(instance.process({HERE}).empty());
+    }
+    EXPECT_EQ(ids(instance.process({HERE, detection(2, 50, 20)})),
+              (std::vector<int>{MAX_TRACK_ID, 1}));
+}
+
 TEST(TrackerLimits, MatchEndsAnyNumberOfMisses) {
     Confirmed instance;
     instance.set(&Settings::fcnt_removal, INT_MAX);
