@@ -10,6 +10,7 @@ struct Counters {
     int freed = 0;
     int until_failure = 0;
     bool lasting = false;
+    bool keeps_lists = true;
     std::vector<void*> freed_blocks;
     std::vector<std::size_t> sizes;
 };
@@ -21,7 +22,9 @@ bool record(std::size_t size) {
     if (!counters) {
         return true;
     }
-    counters->sizes.push_back(size);
+    if (counters->keeps_lists) {
+        counters->sizes.push_back(size);
+    }
     if (counters->until_failure != 1) {
         counters->until_failure -= counters->until_failure > 0;
         return true;
@@ -39,8 +42,9 @@ void* count(void* block) {
 
 } // namespace
 
-Allocations::Allocations() {
+Allocations::Allocations(Keep keep) {
     counters = new Counters;
+    counters->keeps_lists = keep == Keep::LISTS;
 }
 
 Allocations::~Allocations() {
@@ -95,7 +99,9 @@ void* __wrap_calloc(std::size_t number, std::size_t size) {
 void __wrap_free(void* block) {
     if (test::counters && block) {
         ++test::counters->freed;
-        test::counters->freed_blocks.push_back(block);
+        if (test::counters->keeps_lists) {
+            test::counters->freed_blocks.push_back(block);
+        }
     }
     __real_free(block);
 }

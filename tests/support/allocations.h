@@ -13,7 +13,11 @@ namespace test {
 /// While one lives, it counts. Not nested.
 class Allocations {
   public:
-    Allocations();
+    enum class Keep {
+        LISTS, ///< everything
+        COUNTS ///< no lists, so that nothing grows
+    };
+    explicit Allocations(Keep keep = Keep::LISTS);
     ~Allocations();
     Allocations(const Allocations&) = delete;
     Allocations& operator=(const Allocations&) = delete;
