@@ -227,7 +227,7 @@ void pass_rows(const Product& p, const ProductPart& part) {
     const int bytes = static_cast<int>(part.cols) * static_cast<int>(sizeof(T));
     Stored b[K ? K : TERMS<T>];
     keep_rows<L, T, MODE, K>(b, p, part);
-    const std::ptrdiff_t a_col = transposed ? 1 : p.a_col;
+    const std::ptrdiff_t a_col = transposed ? 1 : p.a_col; // Not covered: the compiler knows
     const T* a = static_cast<const T*>(part.a);
     const T* start = static_cast<const T*>(part.start);
     T* d = static_cast<T*>(part.d);
