@@ -273,6 +273,7 @@ constexpr int registers_for(int count) {
     const bool pieces = count % (PIECE / static_cast<int>(sizeof(T))) == 0;
     const bool full = count == TERMS<T> && MODE != MINUS && (MASKS || std::is_floating_point_v<T>);
     // Not covered: the compiler runs it
+    // Not covered: the compiler runs it
     const bool filter = count == 4 || count == 8;
     const bool tiny = count == 2 || count == 3 || count == 6 || count == 12;
     const bool small =
