@@ -242,6 +242,7 @@ IV_INLINE Eight sum_of(const Eight& a, const Eight& b) {
 }
 /// Ones where a value is a NaN.
 IV_INLINE Eight unordered(const Eight& values) {
+    // NOLINTNEXTLINE(misc-redundant-expression)
     return map([](EightPart a) IV_INLINED { return reinterpret_cast<EightPart>(a != a); }, values);
 }
 /// The lower, as integers: -0 is below everything else.

@@ -63,9 +63,10 @@ bool has_shape(const iv_mat_t* mat, int rows, int cols) {
 }
 
 /// Where the sums of dst start that begin with the values of `src`. The contract copies rows of
-/// `step` bytes to dst first; rows of just the right size are read where they lie.
+/// `step` bytes to dst first; rows of just the right size, if there are any, are read where they
+/// lie.
 const void* placed(const iv_mat_t* src, iv_mat_t* dst, int step) {
-    if (step == wrap_mul(dst->cols, IV_ELEM_SIZE1(dst->type))) {
+    if (dst->rows > 0 && step == wrap_mul(dst->cols, IV_ELEM_SIZE1(dst->type))) {
         return src->data.p;
     }
     const int bytes = wrap_mul(dst->rows, step);

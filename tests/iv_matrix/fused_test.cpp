@@ -292,6 +292,20 @@ TYPED_TEST(EachDepthFused, SubMulCopiesTheFirstOperandByItsOwnStep) {
     EXPECT_EQ(difference(0), (std::vector<T>{89, 79, 79, 59, 99, 99, 99}));
 }
 
+TYPED_TEST(EachDepthFused, TwoNegativeLengthsCopyTheStartOfTheSumAndNoMore) {
+    using T = typename TypeParam::Scalar;
+    const int type = TypeParam::code;
+    const std::vector<T> start{1, 2, 3, 4, 5, 6, 7}, nines(7, T{9});
+    const std::vector<T> copied{1, 2, 3, 4, 5, 6, 9};
+    Matrix<T> left(type, -2, 4, nines), right(type, 4, -3, nines);
+    Matrix<T> from(type, -2, -3, start), d(type, -2, -3, nines);
+    iv_mat_muladd(left, right, from, d, 0);
+    EXPECT_EQ(d.values(), copied);
+    Matrix<T> e(type, -2, -3, nines);
+    iv_mat_submul(from, left, right, e, 0);
+    EXPECT_EQ(e.values(), copied);
+}
+
 TYPED_TEST(EachDepthFused, TransposedMulAddReadsNoStep) {
     using T = typename TypeParam::Scalar;
     const int type = TypeParam::code;
