@@ -42,3 +42,10 @@ if(LIBIV_SANITIZE_THREADS)
     target_compile_options(iv_build_options INTERFACE -fsanitize=thread -fno-omit-frame-pointer)
     target_link_options(iv_build_options INTERFACE -fsanitize=thread)
 endif()
+
+# Records which code a fuzz target reaches: for the code that the fuzzer is to explore, not for the
+# model beside it. Link it PRIVATE.
+add_library(iv_explored INTERFACE)
+if(LIBIV_FUZZ)
+    target_compile_options(iv_explored INTERFACE -fsanitize=fuzzer-no-link)
+endif()

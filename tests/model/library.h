@@ -46,6 +46,7 @@ class LibraryFilter {
     void correct(const Mat& z) { iv_kalman_correct(kalman_, Record(z).get()); }
     std::array<Mat, 14> matrices() const { return matrices(*kalman_); }
     const iv_kalman_t& record() const { return *kalman_; }
+    iv_kalman_t& record() { return *kalman_; }
 
     static std::array<Mat, 14> matrices(const iv_kalman_t& kalman);
 

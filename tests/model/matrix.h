@@ -5,6 +5,8 @@
 #ifndef LIBIV_TESTS_MODEL_MATRIX_H
 #define LIBIV_TESTS_MODEL_MATRIX_H
 
+#include <string>
+
 #include "model/values.h"
 
 namespace model {
@@ -45,6 +47,9 @@ void transpose(const Mat& src, const Mat& dst);
 void mul(const Mat& src1, const Mat& src2, const Mat& dst, int flags);
 void muladd(const Mat& src1, const Mat& src2, const Mat& src3, const Mat& dst, int flags);
 void submul(const Mat* src1, const Mat& src2, const Mat& src3, const Mat& dst, int flag);
+
+/// The text that the library's printer writes; `name` may be null.
+std::string print(const char* name, const Mat& mat);
 
 /// Works in the area of the process, see inverse.h.
 int inv(const Mat& src, const Mat& dst);

@@ -31,6 +31,7 @@ class TrackerPair {
     /// One frame on both sides, and a comparison of everything.
     void process(const Rows& rows, bool report, Events& events);
 
+    int capacity() const { return capacity_; }
     model::LibraryTracker& library() { return library_; }
     model::Tracker& model() { return model_; }
 

@@ -162,8 +162,11 @@ void Twin::expect_untouched() const {
 }
 
 bool Twin::produced_nan(const Operand& dst) const {
-    return model::with_depth(dst.mat.type, [&](auto zero) {
-        const model::Mat mat = at(*model_, dst);
+    return holds_nan(at(*model_, dst));
+}
+
+bool holds_nan(const model::Mat& mat) {
+    return model::with_depth(mat.type, [&](auto zero) {
         for (int i = 0; i < model::flat_count(mat); ++i) {
             const auto value = model::load<decltype(zero)>(mat.data, i);
             if (value != value) {
@@ -172,6 +175,26 @@ bool Twin::produced_nan(const Operand& dst) const {
         }
         return false;
     });
+}
+
+bool same_bytes(const model::Mat& a, const model::Mat& b) {
+    const auto values = static_cast<std::size_t>(std::max(0, model::flat_count(a)));
+    const auto size = static_cast<std::size_t>(model::value_size(a.type));
+    return std::memcmp(a.data, b.data, values * size) == 0;
+}
+
+void expect_same_matrices(const std::array<model::Mat, 14>& expected,
+                          const std::array<model::Mat, 14>& actual) {
+    for (std::size_t i = 0; i < expected.size(); ++i) {
+        ASSERT_EQ(expected[i].type, actual[i].type) << "matrix " << i;
+        ASSERT_EQ(expected[i].rows, actual[i].rows) << "matrix " << i;
+        ASSERT_EQ(expected[i].cols, actual[i].cols) << "matrix " << i;
+        ASSERT_EQ(expected[i].step, actual[i].step) << "matrix " << i;
+        if (!same_bytes(expected[i], actual[i])) {
+            SCOPED_TRACE(testing::Message() << "matrix " << i);
+            expect_same_values(expected[i], actual[i], NanRule::PRODUCED);
+        }
+    }
 }
 
 void expect_same_values(const model::Mat& expected, const model::Mat& actual, NanRule rule) {
@@ -185,6 +208,18 @@ void expect_same_values(const model::Mat& expected, const model::Mat& actual, Na
             ASSERT_TRUE(same) << "value " << i << " of " << expected.rows << " x " << expected.cols
                               << " of type " << expected.type << "\n  is       " << show(got)
                               << "\n  expected " << show(wanted);
+        }
+    });
+}
+
+void adopt_nans(const model::Mat& from, const model::Mat& to) {
+    model::with_depth(from.type, [&](auto zero) {
+        using T = decltype(zero);
+        for (int i = 0; i < model::flat_count(from); ++i) {
+            const T value = model::load<T>(from.data, i);
+            if (value != value && same_number(value, model::load<T>(to.data, i))) {
+                model::store(to.data, i, value);
+            }
         }
     });
 }

@@ -79,8 +79,21 @@ class Twin {
     std::unique_ptr<Guarded> model_;
 };
 
+/// Whether two packed matrices of one type and shape hold the same bytes.
+bool same_bytes(const model::Mat& a, const model::Mat& b);
+
 /// Fails on the first value in which two packed matrices differ.
 void expect_same_values(const model::Mat& expected, const model::Mat& actual, NanRule rule);
+
+/// True when a packed matrix holds a NaN.
+bool holds_nan(const model::Mat& mat);
+
+/// Where two packed matrices hold the same number and it is a NaN, `to` takes over its bits.
+void adopt_nans(const model::Mat& from, const model::Mat& to);
+
+/// Fails likewise on the matrices of two filters, whose headers have to agree.
+void expect_same_matrices(const std::array<model::Mat, 14>& expected,
+                          const std::array<model::Mat, 14>& actual);
 
 } // namespace test
 
