@@ -186,8 +186,10 @@ IV_INLINE D widen(FloatsOf<D> values) {
     if constexpr (sizeof(D) == 16) {
 #if defined(__x86_64__)
         return _mm_cvtps_pd(values);
-#else
+#elif defined(__aarch64__)
         return vcvt_f64_f32(vget_low_f32(values));
+#else
+        return D{static_cast<double>(values[0]), static_cast<double>(values[1])};
 #endif
     }
 }
@@ -208,9 +210,11 @@ IV_INLINE FloatsOf<D> narrow(D values) {
     if constexpr (sizeof(D) == 16) {
 #if defined(__x86_64__)
         return _mm_cvtpd_ps(values);
-#else
+#elif defined(__aarch64__)
         const float32x2_t half = vcvt_f32_f64(values);
         return vcombine_f32(half, half);
+#else
+        return FloatsOf<D>{static_cast<float>(values[0]), static_cast<float>(values[1])};
 #endif
     }
 }
@@ -311,8 +315,11 @@ IV_INLINE void store_first(void* to, S values, int bytes) {
 
 constexpr bool MASKS = false;
 
-// Without masks: halves that are full as they are, the rest through a 64-bit word by two moves that
-// may overlap. Rare, and kept out of the kernels' code.
+// Without masks. Rare, and kept out of the kernels' code.
+
+#if __BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__
+
+// Halves that are full as they are, the rest through a 64-bit word by two moves that may overlap.
 
 template <class Word>
 IV_INLINE std::uint64_t read_word(const void* from) {
@@ -390,6 +397,23 @@ template <class S>
         store_part(to + low, &halves[1], bytes - low);
     }
 }
+
+#else
+
+// Where the first byte is not the lowest of a word, bytes move as bytes.
+
+template <class S>
+[[gnu::noinline]] void load_part(S* values, const std::uint8_t* from, int bytes) {
+    *values = S{};
+    std::memcpy(values, from, static_cast<std::size_t>(bytes));
+}
+
+template <class S>
+[[gnu::noinline]] void store_part(std::uint8_t* to, const S* values, int bytes) {
+    std::memcpy(to, values, static_cast<std::size_t>(bytes));
+}
+
+#endif
 
 template <class S>
 IV_INLINE S load_first(const void* from, int bytes) {

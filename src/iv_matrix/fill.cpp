@@ -9,11 +9,10 @@ using namespace iv::internal;
 
 namespace {
 
-/// Eight bytes of ones, by depth. Little-endian, as every machine that the library runs on.
+/// Eight bytes of ones, by depth. In any byte order the first bytes are a one.
 constexpr std::uint64_t ONES[8] = {0x0101010101010101, 0x0101010101010101, 0x0001000100010001,
                                    0x0001000100010001, 0x0000000100000001, 0x3F8000003F800000,
                                    0x0000000000000001, 0x3FF0000000000000};
-static_assert(__BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__);
 
 /// The definition: writes the diagonal and the zeros around it in one forward pass over channel 0
 /// of every element. Each value of the diagonal is read just before it is written: they may lie in
