@@ -1,8 +1,8 @@
 #include "model/library.h"
 
-#include <gtest/gtest.h>
-
 #include <utility>
+
+#include "support/failure.h"
 
 namespace model {
 namespace {
@@ -28,7 +28,9 @@ Record::Record(const Mat& mat) : record_{mat.type, mat.rows, mat.cols, mat.step,
 }
 
 Record::~Record() {
-    EXPECT_EQ(std::memcmp(&record_, &original_, sizeof record_), 0) << "a header was written";
+    if (std::memcmp(&record_, &original_, sizeof record_) != 0) {
+        test::fail("a header was written");
+    }
 }
 
 Mat mat_of(const iv_mat_t& record) {
@@ -53,7 +55,9 @@ LibraryTracker::~LibraryTracker() {
     parameters_.removal = 0;
     set_params(parameters_);
     process(none, nullptr);
-    EXPECT_EQ(record_->track_count, 0);
+    if (record_->track_count != 0) {
+        test::fail("a tracker without tracks counts " + std::to_string(record_->track_count));
+    }
     for (iv_mat_t* matrix : {record_->A, record_->H, record_->Q, record_->R}) {
         iv_mat_release(matrix);
     }

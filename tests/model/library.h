@@ -65,6 +65,7 @@ class LibraryTracker {
 
     void set_params(const Parameters& parameters);
     void process(const float (*rows)[6], float (*output)[8]);
+    void set_next_id(int id) { record_->tid = id; }
 
     iv::internal::tracker_t& record() { return *record_; }
     std::vector<iv::internal::trk_obj_t*> tracks() const;

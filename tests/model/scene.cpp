@@ -141,7 +141,7 @@ Rows Scene::next_frame() {
         rows.push_back(false_alarm());
     }
     if (!rows.empty() && random_.chance(0.1f)) {
-        rows.push_back(rows[random_.bits() % rows.size()]);
+        rows.push_back(rows[static_cast<std::size_t>(random_.bits() % rows.size())]);
     }
     for (auto& row : rows) {
         if (random_.chance(hostile_)) {
@@ -149,7 +149,7 @@ Rows Scene::next_frame() {
         }
     }
     for (std::size_t i = rows.size(); i > 1; --i) {
-        std::swap(rows[i - 1], rows[random_.bits() % i]);
+        std::swap(rows[i - 1], rows[static_cast<std::size_t>(random_.bits() % i)]);
     }
     const float end = random_.chance(0.5f) ? 0.0f : -0.0f;
     rows.push_back({end, 1.0f, 2.0f, 3.0f, 4.0f, 5.0f});

@@ -5,7 +5,9 @@
 #include <array>
 #include <vector>
 
-#include "model/twin.h"
+#include "model/matrix.h"
+#include "model/random_values.h"
+#include "model/tracker.h"
 
 namespace test {
 

@@ -3,6 +3,7 @@
 #include <map>
 #include <string>
 
+#include "model/twin.h"
 #include "support/bits.h"
 
 namespace test {

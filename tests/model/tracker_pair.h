@@ -2,7 +2,9 @@
 #ifndef LIBIV_TESTS_MODEL_TRACKER_PAIR_H
 #define LIBIV_TESTS_MODEL_TRACKER_PAIR_H
 
+#include "model/library.h"
 #include "model/scene.h"
+#include "support/guarded.h"
 
 namespace test {
 
