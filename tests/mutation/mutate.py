@@ -3,12 +3,12 @@
 
 Every mutant is one edit of one line of src/: a comparison turned, a constant moved by one, a fused
 multiply-add taken apart, operands exchanged, a statement removed. It is built in a copy of the tree
-and tested, first by the tests of its own stem, then by all; the first failure kills it, as does a
-build that fails with a warning or a run that does not end. What survives either lacks a test or
+and tested, first by the digests of everything, then by the tests of its own stem, then by all; the
+first failure kills it, as does a build that fails with a warning or a run that does not end. What survives either lacks a test or
 changes nothing; survivors.tsv says of each of those why it changes nothing.
 
 Results are kept by the text of the line, so that a run goes on where the last one ended and only
-visits again what has changed.
+visits again what has changed; what survived is tried again when the tests have changed.
 """
 
 import argparse
@@ -16,7 +16,6 @@ import concurrent.futures
 import hashlib
 import os
 import queue
-import random
 import re
 import shutil
 import subprocess
@@ -27,6 +26,8 @@ ROOT = Path(__file__).resolve().parents[2]
 BUILD = ROOT / "build" / "mutation"
 SURVIVORS = Path(__file__).with_name("survivors.tsv")
 
+# In a second, a little of everything.
+BROAD = "Digest.Library*:Canary*"
 # Tests of a stem, by the prefix of the file's path; the rest of the tests come after them.
 TESTS_OF = {
     "src/iv_kalman": "*Kalman*:*Filter*:*Fused*",
@@ -80,7 +81,12 @@ def mutations_of(line):
             before + OPPOSITES[m.group()] + after
     for m in NUMBER.finditer(code):
         whole, fraction, suffix = m.groups()
-        changed = f"{whole}{fraction}1{suffix}" if fraction else f"{int(whole) + 1}{suffix}"
+        if not fraction:
+            changed = f"{int(whole) + 1}{suffix}"
+        elif int(whole) < 1e6:  # beyond, a hundredth is less than a float knows
+            changed = f"{whole}{fraction}1{suffix}"
+        else:
+            changed = f"{int(whole) + 1000}{fraction}{suffix}"
         yield f"{m.group()} to {changed}", code[: m.start()] + changed + code[m.end() :]
     for m in EXCHANGE.finditer(code):
         a, sign, b = m.groups()
@@ -108,6 +114,9 @@ class Mutant:
         self.what, self.mutated = what, mutated
         self.key = "\t".join([file, line.strip(), f"{what} #{occurrence}"])
 
+    def hash(self):
+        return int.from_bytes(hashlib.sha256(self.key.encode()).digest()[:8], "big")
+
 
 def all_mutants():
     mutants = []
@@ -124,8 +133,7 @@ def all_mutants():
     return mutants
 
 
-def sources_digest():
-    """Of what decides a mutant's fate besides its own file: the tests."""
+def tests_digest():
     digest = hashlib.sha256()
     for path in sorted([*ROOT.glob("tests/**/*.cpp"), *ROOT.glob("tests/**/*.h")]):
         digest.update(path.read_bytes())
@@ -172,10 +180,11 @@ class Worker:
                                    stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)  # fmt: skip
             if built.returncode:
                 return "does not build"
-            own = next((t for p, t in TESTS_OF.items() if mutant.file.startswith(p)), None)
-            if own and self.tests(own, 60):
-                return "killed"
-            return "killed" if self.tests("*", 240) else "survived"
+            own = next((t for p, t in TESTS_OF.items() if mutant.file.startswith(p)), "Level*")
+            for selection, seconds in [(BROAD, 60), (own, 60), ("*", 240)]:
+                if self.tests(selection, seconds):
+                    return "killed"
+            return "survived"
         finally:
             path.write_text(original)
 
@@ -211,8 +220,8 @@ def read_table(path):
 
 def main():
     parser = argparse.ArgumentParser(description=__doc__.splitlines()[0])
-    parser.add_argument("--sample", type=int, metavar="N", help="only N mutants, chosen anew by --seed")
-    parser.add_argument("--seed", default="1", help="of the sample (default: 1)")
+    parser.add_argument("--share", type=int, metavar="N",
+                        help="only one mutant of N, the same ones whatever else changes")  # fmt: skip
     parser.add_argument("--files", default="", metavar="REGEX", help="only in files that match")
     parser.add_argument("--jobs", type=int, default=os.cpu_count(), metavar="N")
     parser.add_argument("--list", action="store_true", help="list the mutants and end")
@@ -220,19 +229,22 @@ def main():
 
     mutants = [m for m in all_mutants() if re.search(options.files, m.file)]
     total = len(mutants)
-    if options.sample:
-        mutants = random.Random(options.seed).sample(mutants, min(options.sample, total))
+    if options.share:
+        mutants = [m for m in mutants if m.hash() % options.share == 0]
     if options.list:
         for m in mutants:
             print(f"{m.file}:{m.number + 1}: {m.what}\n-{m.line}\n+{m.mutated}")
         return
 
     BUILD.mkdir(parents=True, exist_ok=True)
-    results = BUILD / f"results-{sources_digest()}.tsv"
-    known = read_table(results)
+    results = BUILD / "results.tsv"
+    survived_these = f"survived {tests_digest()}"
+    known = {key: "survived" if fate == survived_these else fate
+             for key, fate in read_table(results).items()
+             if fate == survived_these or not fate.startswith("survived")}  # fmt: skip
     reasons = read_table(SURVIVORS)
     left = [m for m in mutants if m.key not in known]
-    random.Random(0).shuffle(left)  # what an unfinished run has seen is a fair sample
+    left.sort(key=Mutant.hash)  # what an unfinished run has seen is a fair sample
     workers = queue.SimpleQueue()
     for number in range(min(options.jobs, max(len(left), 1))):
         worker = Worker(number)
@@ -252,7 +264,8 @@ def main():
             concurrent.futures.ThreadPoolExecutor(options.jobs) as pool:  # fmt: skip
         for count, (mutant, fate) in enumerate(pool.map(judge, left), 1):
             known[mutant.key] = fate
-            print(mutant.key, fate, sep="\t", file=table, flush=True)
+            print(mutant.key, survived_these if fate == "survived" else fate, sep="\t",
+                  file=table, flush=True)  # fmt: skip
             if fate == "survived" and mutant.key not in reasons:
                 print(f"\n{mutant.file}:{mutant.number + 1}: {mutant.what}: survived\n"
                       f"-{mutant.line}\n+{mutant.mutated}", flush=True)  # fmt: skip
