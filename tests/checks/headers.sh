@@ -38,6 +38,16 @@ for header in libiv.h _libiv.h; do
         done
     done
 done
+# The C++ header, also in hosts without exceptions and run-time type information.
+header=libiv.hpp
+printf '#include "%s"\n#include "%s"\ntemplate class iv::Matrix<float>;\n' $header $header >"$work/host.cpp"
+for compiler in "$cxx" g++ clang++; do
+    command -v "$compiler" >/dev/null || continue
+    for std in c++17 c++20 gnu++17 gnu++20; do
+        compile "$compiler" $std "$work/host.cpp" -Wold-style-cast -Wsign-conversion
+        compile "$compiler" $std "$work/host.cpp" -fno-exceptions -fno-rtti
+    done
+done
 for compiler in "$cc" "$cxx"; do
     command -v "$compiler" >/dev/null || {
         echo "FAILED: $compiler is there"

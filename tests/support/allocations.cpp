@@ -1,6 +1,8 @@
 #include "support/allocations.h"
 
 #include <cstdlib>
+#include <new>
+#include <utility>
 
 namespace test {
 namespace {
@@ -11,6 +13,8 @@ struct Counters {
     int until_failure = 0;
     bool lasting = false;
     bool keeps_lists = true;
+    int made_by_new = 0;
+    bool new_fails = false;
     std::vector<void*> freed_blocks;
     std::vector<std::size_t> sizes;
 };
@@ -64,6 +68,12 @@ const std::vector<void*>& Allocations::freed_blocks() const {
 const std::vector<std::size_t>& Allocations::sizes() const {
     return counters->sizes;
 }
+int Allocations::made_by_new() const {
+    return counters->made_by_new;
+}
+void Allocations::fail_new() {
+    counters->new_fails = true;
+}
 void Allocations::fail_nth(int n) {
     counters->until_failure = n;
     counters->lasting = false;
@@ -105,4 +115,23 @@ void __wrap_free(void* block) {
     }
     __real_free(block);
 }
+}
+
+// The other forms of new and delete call these.
+void* operator new(std::size_t size) {
+    const bool fails = test::counters && std::exchange(test::counters->new_fails, false);
+    void* block = fails ? nullptr : __real_malloc(size != 0 ? size : 1);
+    if (!block) {
+        throw std::bad_alloc();
+    }
+    if (test::counters) {
+        ++test::counters->made_by_new;
+    }
+    return block;
+}
+void operator delete(void* block) noexcept {
+    __real_free(block);
+}
+void operator delete(void* block, std::size_t) noexcept {
+    __real_free(block);
 }

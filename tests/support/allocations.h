@@ -1,7 +1,8 @@
 // Counts the library's allocations and makes chosen ones fail.
 //
 // The tests link the static library with malloc, calloc and free wrapped, so that only its own
-// calls (and those of the test's C code) pass through here; the C++ run time allocates elsewhere.
+// calls (and those of the test's C code) pass through here. What C++ code makes with `new` is counted
+// apart.
 #ifndef LIBIV_TESTS_ALLOCATIONS_H
 #define LIBIV_TESTS_ALLOCATIONS_H
 
@@ -30,6 +31,11 @@ class Allocations {
     const std::vector<void*>& freed_blocks() const;
     /// Sizes asked for (calloc: count times size), in order, those that failed included.
     const std::vector<std::size_t>& sizes() const;
+
+    /// Blocks that `new` made, the test's own included.
+    int made_by_new() const;
+    /// Lets the next `new` fail.
+    void fail_new();
 
     /// Lets the nth allocation from now on fail (1: the next one), and that one alone. 0: none.
     void fail_nth(int n);
