@@ -99,15 +99,22 @@ inline bool expect(bool holds, [[maybe_unused]] const char* name, [[maybe_unused
     return holds;
 }
 
+struct Shape {
+    Shape(const iv_mat_t* mat) noexcept : rows(mat->rows), cols(mat->cols) {}
+    Shape(int row_count, int col_count) noexcept : rows(row_count), cols(col_count) {}
+
+    int rows, cols;
+};
+
 /// The same of matrices that have to fit together.
 inline bool expect(bool holds, [[maybe_unused]] const char* call,
-                   [[maybe_unused]] std::initializer_list<const iv_mat_t*> operands,
+                   [[maybe_unused]] std::initializer_list<Shape> operands,
                    [[maybe_unused]] const char* expected) {
 #ifndef LIBIV_NO_EXCEPTIONS
     if (!holds) {
         std::string message = call;
-        for (const iv_mat_t* mat : operands) {
-            message += " " + std::to_string(mat->rows) + "x" + std::to_string(mat->cols);
+        for (const Shape& shape : operands) {
+            message += " " + std::to_string(shape.rows) + "x" + std::to_string(shape.cols);
         }
         throw std::invalid_argument(message + ": expected " + expected);
     }
@@ -411,23 +418,23 @@ bool are_apart(const Matrix<const T, CHANNELS>& a, const Matrix<const T, CHANNEL
     return is_before(a.end(), b.begin()) || is_before(b.end(), a.begin());
 }
 
-/// A factor of a product, as it is read.
+/// A factor of a product, in the shape in which it is read.
 template <class T>
 struct Factor {
-    Factor(const Matrix<const T>& matrix) : of(matrix), rows(of.rows()), cols(of.cols()) {}
-    Factor(Transposed<T> marked) : of(marked.of), rows(of.cols()), cols(of.rows()) {}
+    Factor(const Matrix<const T>& matrix) : of(matrix), shape(of.record()) {}
+    Factor(Transposed<T> marked) : of(marked.of), shape(of.cols(), of.rows()) {}
 
     const Matrix<const T>& of;
-    int rows, cols;
+    Shape shape;
 };
 
 template <class T>
 bool is_product(const char* call, const Factor<T>& a, const Factor<T>& b,
                 const Matrix<const T>& product) {
-    return expect(a.cols == b.rows && a.cols > 0 && product.rows() == a.rows &&
-                      product.cols() == b.cols && are_apart(a.of, product) &&
-                      are_apart(b.of, product),
-                  call, {a.of.record(), b.of.record(), product.record()},
+    return expect(a.shape.cols == b.shape.rows && a.shape.cols > 0 &&
+                      product.rows() == a.shape.rows && product.cols() == b.shape.cols &&
+                      are_apart(a.of, product) && are_apart(b.of, product),
+                  call, {a.shape, b.shape, product.record()},
                   "factors that fit, and storage of its own for their product");
 }
 
@@ -674,12 +681,11 @@ class KalmanFilter {
     /// the shapes do not fit or memory is out.
     static Result<KalmanFilter> create(const KalmanModel& model) {
         KalmanFilter filter;
-        if (!filter.allocate(model, false)) {
+        if (!filter.allocate(model, false) || !filter.A().assign(model.A) ||
+            !filter.H().assign(model.H) || !filter.Q().assign(model.Q) ||
+            !filter.R().assign(model.R)) {
             return {};
         }
-        const bool copied = filter.A().assign(model.A) && filter.H().assign(model.H) &&
-                            filter.Q().assign(model.Q) && filter.R().assign(model.R);
-        assert(copied);
         return filter;
     }
     /// A filter that refers to the caller's model, as many filters may: it must outlive them, and
