@@ -3,6 +3,7 @@
 #define IVTRACK_DETECTIONS_H
 
 #include <cstdint>
+#include <libiv.hpp>
 #include <optional>
 #include <vector>
 
@@ -12,9 +13,7 @@ namespace ivtrack {
 constexpr std::int64_t NO_CLASS = 1;
 
 /// Corners in the caller's pixels.
-struct Box {
-    double left, top, right, bottom;
-};
+using Box = iv::Box;
 
 struct Detection {
     std::int64_t class_number;

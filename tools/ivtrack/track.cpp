@@ -5,7 +5,6 @@
 #include <cmath>
 #include <cstdio>
 #include <limits>
-#include <numeric>
 
 #include "commands.h"
 #include "errors.h"
@@ -128,23 +127,6 @@ Decision<int> decide_stream_capacity(const TrackOptions& options) {
                                : Decision<int>{STREAM_CAPACITY, "default"};
 }
 
-/// Keeps the detections of the highest scores, of equal ones the earlier, in their order.
-void keep_best(std::vector<Detection>& detections, std::size_t count) {
-    std::vector<std::size_t> order(detections.size());
-    std::iota(order.begin(), order.end(), std::size_t{0});
-    std::stable_sort(order.begin(), order.end(), [&detections](std::size_t a, std::size_t b) {
-        return detections[a].score > detections[b].score;
-    });
-    order.resize(count);
-    std::sort(order.begin(), order.end());
-    std::vector<Detection> kept;
-    kept.reserve(count);
-    for (const std::size_t n : order) {
-        kept.push_back(detections[n]);
-    }
-    detections.swap(kept);
-}
-
 /// What differs between the two families of output.
 struct Writer {
     std::string (*format)(std::int64_t frame, const std::vector<Track>& tracks);
@@ -179,11 +161,12 @@ class Session {
           drops_coasting_(options.coasting.value_or(writer_.coasting) == Coasting::DROP),
           min_score_(static_cast<float>(
               options.min_score.value_or(-std::numeric_limits<double>::infinity()))),
-          capacity_(static_cast<std::size_t>(capacity.value)),
           longest_gap_(std::int64_t{std::max(removal.value, FEWEST_REMOVAL_FRAMES)} + 1),
-          tracker_(Tuning{static_cast<float>(options.distance), static_cast<float>(options.overlap),
-                          options.stable, removal.value, options.ignore_class},
-                   Scale(options.units, width.value), capacity.value) {
+          tracker_({width.value,
+                    options.units,
+                    capacity.value,
+                    {static_cast<float>(options.distance), static_cast<float>(options.overlap),
+                     options.stable, removal.value, options.ignore_class}}) {
         summary_.width =
             fmt::format("{} px ({}), {} units", width.value, width.origin, options.units);
         summary_.capacity = fmt::format("{} objects ({})", capacity.value, capacity.origin);
@@ -196,10 +179,12 @@ class Session {
         }
         latest_ = frame.number;
         drop_low_scores(frame);
-        drop_above_capacity(frame);
+        const std::vector<Track> tracks = step(frame.detections);
+        count_dropped();
         ++summary_.frames;
-        summary_.detections += static_cast<std::int64_t>(frame.detections.size());
-        output_.write(writer_.format(frame.number, step(frame.detections)));
+        summary_.detections +=
+            static_cast<std::int64_t>(frame.detections.size() - tracker_.dropped());
+        output_.write(writer_.format(frame.number, tracks));
     }
 
     Summary summary() const {
@@ -245,17 +230,16 @@ class Session {
         summary_.below_min_score += static_cast<std::int64_t>(before - detections.size());
     }
 
-    void drop_above_capacity(Frame& frame) {
-        if (frame.detections.size() <= capacity_) {
+    void count_dropped() {
+        if (tracker_.dropped() == 0) {
             return;
         }
-        summary_.over_capacity += static_cast<std::int64_t>(frame.detections.size() - capacity_);
+        summary_.over_capacity += static_cast<std::int64_t>(tracker_.dropped());
         ++summary_.crowded_frames;
         // A stream may never end: it is told at once, and of the rest when it does.
         if (warns_at_once_ && summary_.crowded_frames == 1) {
             warn_of_crowd(summary_);
         }
-        keep_best(frame.detections, capacity_);
     }
 
     Writer writer_;
@@ -263,7 +247,6 @@ class Session {
     bool warns_at_once_;
     bool drops_coasting_;
     float min_score_; ///< single precision like the scores: 0.9 is not below 0.9
-    std::size_t capacity_;
     std::int64_t longest_gap_;
     Tracker tracker_;
     Summary summary_;
