@@ -3,6 +3,7 @@
 #include <array>
 #include <cstring>
 
+#include "libiv.hpp"
 #include "model/tracker.h"
 #include "operands.h"
 #include "peers.h"
@@ -207,9 +208,116 @@ void measure_tracker(Row& row, const Effort& effort, int objects) {
     row.timings = measure(entrants, effort);
 }
 
+/// What iv::Tracker does, by hand: rows out of detections with classes from 0, tracks out of rows.
+class ByHand {
+  public:
+    ByHand(int capacity, double image_width, double units)
+        : units_per_pixel_(units / image_width),
+          pixels_per_unit_(image_width / units),
+          tracker_(capacity),
+          rows_(static_cast<std::size_t>(capacity) + 1),
+          output_(static_cast<std::size_t>(capacity)),
+          tracks_(static_cast<std::size_t>(capacity)) {}
+
+    iv::Span<const iv::Track> process(const std::vector<iv::Detection>& detections) {
+        for (std::size_t n = 0; n < detections.size(); ++n) {
+            const iv::Detection& detection = detections[n];
+            rows_[n] = {static_cast<float>(detection.class_number + 1),
+                        to_units(detection.box.left),
+                        to_units(detection.box.top),
+                        to_units(detection.box.right),
+                        to_units(detection.box.bottom),
+                        detection.score};
+        }
+        rows_[detections.size()][0] = 0.0f;
+        tracker_.process(rows_, output_);
+        std::size_t count = 0;
+        for (; count < output_.size() && output_[count][0] != -1.0f; ++count) {
+            const Track& row = output_[count];
+            tracks_[count] = {
+                static_cast<int>(row[0]),
+                static_cast<int>(row[1]) - 1,
+                {to_pixels(row[2]), to_pixels(row[3]), to_pixels(row[4]), to_pixels(row[5])},
+                row[6],
+                static_cast<int>(row[7])};
+        }
+        return {tracks_.data(), count};
+    }
+
+  private:
+    float to_units(double pixels) const { return static_cast<float>(pixels * units_per_pixel_); }
+    double to_pixels(float units) const { return static_cast<double>(units) * pixels_per_unit_; }
+
+    double units_per_pixel_, pixels_per_unit_;
+    Library tracker_;
+    Frame rows_;
+    std::vector<Track> output_;
+    std::vector<iv::Track> tracks_;
+};
+
+/// The same film as detections in pixels.
+std::vector<std::vector<iv::Detection>> detections_of(Film& film, double pixels_per_unit) {
+    std::vector<std::vector<iv::Detection>> frames;
+    for (std::size_t i = 0; i < 2 * (film.length() - 1); ++i) {
+        frames.emplace_back();
+        const Frame& frame = film.next();
+        for (const Detection& row : frame) {
+            const auto pixels = [&](std::size_t column) {
+                return static_cast<double>(row[column]) * pixels_per_unit;
+            };
+            if (row[0] != 0.0f) {
+                frames.back().push_back({static_cast<int>(row[0]) - 1,
+                                         {pixels(1), pixels(2), pixels(3), pixels(4)},
+                                         row[5]});
+            }
+        }
+    }
+    return frames;
+}
+
+/// iv::Tracker and the C calls that do the same by hand, in frames; both on the same detections.
+void measure_wrapper(Row& row, const Effort& effort, int objects) {
+    iv::TrackerOptions options;
+    options.image_width = 1920;
+    options.units = 64;
+    options.capacity = capacity_for(objects);
+    options.tuning.overlap_gate = OVERLAP_GATE;
+    options.tuning.removal_frames = REMOVAL;
+    Film film(objects);
+    const auto frames = std::make_shared<const std::vector<std::vector<iv::Detection>>>(
+        detections_of(film, options.image_width / options.units));
+    const auto wrapper = std::make_shared<iv::Tracker>(iv::Tracker::create(options));
+    const auto by_hand =
+        std::make_shared<ByHand>(options.capacity, options.image_width, options.units);
+    for (const auto& frame : *frames) {
+        const auto got = wrapper->process(frame);
+        const auto wanted = by_hand->process(frame);
+        if (got.size() != wanted.size() ||
+            !std::equal(got.begin(), got.end(), wanted.begin(),
+                        [](const iv::Track& a, const iv::Track& b) {
+                            return a.id == b.id && a.class_number == b.class_number &&
+                                   a.box.left == b.box.left && a.detection == b.detection;
+                        })) {
+            throw std::runtime_error("libiv: tracks of iv::Tracker are not those of the C calls");
+        }
+    }
+    const auto play = [&](const char* name, Group group, auto tracker) {
+        return Entrant{name, group, repeat([=, step = std::size_t{0}]() mutable {
+                           tracker->process((*frames)[step++ % frames->size()]);
+                       })};
+    };
+    row.timings = measure(
+        {play("iv::Tracker", Group::LIBIV, wrapper), play("C calls", Group::RUN_TIME, by_hand)},
+        effort);
+}
+
 } // namespace
 
 void add_tracker(Session& session) {
+    Row wrapper{"wrapper/50", 0};
+    // Within 5 % of the C calls, or half a microsecond.
+    wrapper.demands = {{1 / 1.05, 1 / 1.02, {"C calls"}, 500.0}};
+    session.add(wrapper, [](Row& r, const Effort& effort) { measure_wrapper(r, effort, 50); });
     for (const int n : {5, 10, 20, 50, 100, 300, 1000, 3000, 10000}) {
         Row row{"tracker/" + std::to_string(n), 0};
         // At most so many times one predict and correct of a filter made for its size.
