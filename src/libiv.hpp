@@ -859,21 +859,13 @@ class ClassTable {
   public:
     /// 0 iff memory is out, or the numbers that a float holds are.
     float number_of(std::int64_t class_number) noexcept {
-        if (!slots_ && !grow()) {
-            return 0;
-        }
-        std::size_t slot = home(class_number);
-        for (; slots_[slot] != 0; slot = (slot + 1) & (size_ - 1)) {
-            if (classes_[slots_[slot] - 1] == class_number) {
-                return static_cast<float>(slots_[slot]);
+        if (slots_) {
+            const Slot& slot = slots_[find(class_number)];
+            if (slot.number != 0) {
+                return slot.number;
             }
         }
-        if (2 * count_ == size_) {
-            return grow() ? number_of(class_number) : 0;
-        }
-        classes_[count_] = class_number;
-        slots_[slot] = ++count_;
-        return static_cast<float>(count_);
+        return add(class_number);
     }
 
     std::int64_t class_of(float number) const noexcept {
@@ -884,10 +876,35 @@ class ClassTable {
     static constexpr int FEWEST_BITS = 6;
     static constexpr int MOST_BITS = 25; ///< half of the slots are in use: 2^24 numbers
 
-    std::size_t home(std::int64_t class_number) const noexcept {
+    struct Slot {
+        std::int64_t class_number;
+        float number; ///< 0 in a free slot
+    };
+
+    std::size_t size() const noexcept { return std::size_t{1} << bits_; }
+
+    /// The slot of a class, or the free one where it belongs.
+    std::size_t find(std::int64_t class_number) const noexcept {
         const std::uint64_t spread =
             static_cast<std::uint64_t>(class_number) * std::uint64_t{0x9E3779B97F4A7C15};
-        return static_cast<std::size_t>(spread >> (64 - bits_));
+        std::size_t slot = static_cast<std::size_t>(spread >> (64 - bits_));
+        while (slots_[slot].number != 0 && slots_[slot].class_number != class_number) {
+            slot = (slot + 1) & (size() - 1);
+        }
+        return slot;
+    }
+
+    float add(std::int64_t class_number) noexcept {
+        if ((!slots_ || 2 * count_ == size()) && !grow()) {
+            return 0;
+        }
+        classes_[count_] = class_number;
+        enter(count_++);
+        return static_cast<float>(count_);
+    }
+
+    void enter(std::size_t n) noexcept {
+        slots_[find(classes_[n])] = {classes_[n], static_cast<float>(n + 1)};
     }
 
     bool grow() noexcept {
@@ -896,7 +913,7 @@ class ClassTable {
             return false;
         }
         const std::size_t size = std::size_t{1} << bits;
-        std::unique_ptr<std::uint32_t[]> slots(new (std::nothrow) std::uint32_t[size]());
+        std::unique_ptr<Slot[]> slots(new (std::nothrow) Slot[size]());
         std::unique_ptr<std::int64_t[]> classes(new (std::nothrow) std::int64_t[size / 2]);
         if (!slots || !classes) {
             return false;
@@ -905,22 +922,16 @@ class ClassTable {
         slots_ = std::move(slots);
         classes_ = std::move(classes);
         bits_ = bits;
-        size_ = size;
-        for (std::uint32_t n = 0; n < count_; ++n) {
-            std::size_t slot = home(classes_[n]);
-            while (slots_[slot] != 0) {
-                slot = (slot + 1) & (size_ - 1);
-            }
-            slots_[slot] = n + 1;
+        for (std::size_t n = 0; n < count_; ++n) {
+            enter(n);
         }
         return true;
     }
 
-    std::unique_ptr<std::uint32_t[]> slots_;  ///< the number of a class, or 0; found by its hash
+    std::unique_ptr<Slot[]> slots_;           ///< 1 << bits_, at most half of them in use
     std::unique_ptr<std::int64_t[]> classes_; ///< by number, from 1
     int bits_ = 0;
-    std::size_t size_ = 0; ///< of slots_: 1 << bits_
-    std::uint32_t count_ = 0;
+    std::size_t count_ = 0;
 };
 
 } // namespace detail
