@@ -7,9 +7,13 @@ Two trackers see the same frames, one through `process`, one through the C funct
 were filled before. Rounds of both alternate; printed are the medians over the rounds.
 """
 
+from __future__ import annotations
+
 import statistics
 import sys
 import time
+from collections.abc import Iterator
+from typing import Any
 
 import numpy as np
 
@@ -21,7 +25,7 @@ ROUNDS = 101
 WIDTH, UNITS, CAPACITY = 1920, 64, 1024
 
 
-def scene(objects):
+def scene(objects: int) -> Iterator[Any]:
     """Boxes of objects in a grid that move one pixel a frame and turn back, frame by frame."""
     grid = np.arange(objects)
     corner = np.stack([grid % 10 * 180, grid // 10 * 100], axis=1).astype(np.float64)
@@ -30,7 +34,8 @@ def scene(objects):
         yield still + min(frame, FRAMES - frame)
 
 
-def median_difference(objects):
+def measure(objects: int) -> tuple[float, ...]:
+    """Microseconds a frame: `process`, the C call, and the difference."""
     boxes = list(scene(objects))
     scores = np.linspace(0.5, 1, objects)
     classes = np.arange(objects) % 3
@@ -68,6 +73,6 @@ def median_difference(objects):
 
 if __name__ == "__main__":
     count = int(sys.argv[1]) if len(sys.argv) > 1 else 50
-    whole, part, difference = median_difference(count)
+    whole, part, difference = measure(count)
     print(f"{count} objects a frame, median of {ROUNDS} rounds of {FRAMES} frames:")
     print(f"process {whole:.1f} us, C call {part:.1f} us, Python's own part {difference:.1f} us")

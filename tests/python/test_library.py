@@ -39,12 +39,12 @@ def test_every_exported_function_is_declared():
 
 def test_declarations_have_as_many_arguments_as_the_header():
     header = re.sub(r"/\*.*?\*/", "", (ROOT / "src" / "libiv.h").read_text(), flags=re.DOTALL)
-    found = re.findall(r"LIBIV_API ([^(]*?)(\w+)\((.*?)\);", header, flags=re.DOTALL)
+    found = re.findall(r"^LIBIV_API ([^(]*?)(\w+)\((.*)\);", re.sub(r",\s+", ", ", header), re.M)
     assert len(found) == len(_library.SIGNATURES)
     plain = {"void": None, "int": ctypes.c_int, "float": ctypes.c_float}
     for result, name, arguments in found:
         declared, types = _library.SIGNATURES[name]
-        listed = [argument for argument in arguments.split(",")]
+        listed = arguments.split(", ")
         assert len(types) == len(listed), name
         for argument, kind in zip([result, *listed], [declared, *types]):
             if "*" not in argument:
@@ -104,7 +104,8 @@ def test_the_installed_package_takes_the_installed_library(tmp_path):
 @pytest.mark.parametrize("folder", ["python/libiv", "examples", "bench/python_overhead.py"])
 def test_type_hints_hold(folder, tmp_path):
     result = subprocess.run(
-        ["/usr/bin/mypy", "--strict", "--python-executable", sys.executable]
+        ["/usr/bin/mypy", "--strict", "--ignore-missing-imports"]
+        + ["--python-executable", sys.executable]
         + ["--cache-dir", str(BUILD / "mypy"), str(ROOT / folder)],
         env=os.environ | {"MYPYPATH": str(ROOT / "python")},
         capture_output=True,

@@ -58,7 +58,7 @@ def test_the_transpose_keeps_channels_together(random, dtype, shape):
 
 
 @each_type
-@pytest.mark.parametrize("rows, inner, cols", [(3, 4, 2), (1, 1, 1), (4, 1, 3), (0, 2, 3), (9, 8, 7)])
+@pytest.mark.parametrize("rows, inner, cols", [(1, 1, 1), (4, 1, 3), (0, 2, 3), (9, 8, 7)])
 def test_products_are_those_of_c_and_fuse_in_ascending_order(random, dtype, rows, inner, cols):
     a, b = any_values(random, dtype, rows, inner), any_values(random, dtype, inner, cols)
     expected = product(a, b)

@@ -358,7 +358,9 @@ def correction():
     KalmanFilter(1, 1).correct([1])
 
 
-@pytest.mark.parametrize("call", [Tracker(WIDTH).process, Tracker(WIDTH).close, inverse, correction])
+@pytest.mark.parametrize(
+    "call", [Tracker(WIDTH).process, Tracker(WIDTH).close, inverse, correction]
+)
 def test_calls_that_share_the_work_area_wait_for_each_other(call):
     thread = threading.Thread(target=call)
     with _library.lock:
