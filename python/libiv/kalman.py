@@ -22,7 +22,6 @@ class _Block:
     """The filter's memory. Arrays over it hold on to it, so it outlives the last of them."""
 
     def __init__(self, states: int, measured: int, model: tuple[Array, ...]) -> None:
-        self.model = model  # which the filter refers to
         headers: list[MatrixRecord | None] = [header(matrix) for matrix in model]
         self.headers = headers or [None] * len(_MODEL)
         self.record = lib.iv_kalman_create(states, measured, bool(model), *self.headers)

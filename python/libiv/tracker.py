@@ -32,7 +32,7 @@ _CLASS, _SCORE = 0, 5
 _ID, _TRACK_CLASS, _TRACK_SCORE, _DETECTION = 0, 1, 6, 7
 
 
-@dataclass(frozen=True)
+@dataclass(frozen=True, eq=False)
 class Tracks:
     """The confirmed tracks of one frame, oldest first: row k of every array is one track.
 
@@ -214,19 +214,16 @@ class Tracker:
                     "expected boxes (n, 4), scores (n,) and classes (n,), got "
                     f"{boxes.shape}, {scores.shape} and {classes.shape}"
                 )
-        kept = None
-        if n > self._capacity:
-            best = np.argsort(-scores.astype(np.float64), kind="stable")[: self._capacity]
-            kept = np.sort(best)
-            boxes, scores, classes = boxes[kept], scores[kept], classes[kept]
         with lock:
             self._expect_open()
-            self._write(boxes, scores, classes)
+            kept = self._write(boxes, scores, classes)
             lib.iv_tracker_process(*self._arguments)
             return self._read(n, kept)
 
-    def _write(self, boxes: Any, scores: Any, classes: Any) -> None:
-        n = len(scores)
+    def _write(self, boxes: Any, scores: Any, classes: Any) -> npt.NDArray[np.int64] | None:
+        """Fills the library's input; returns which rows it kept where they are too many."""
+        n, capacity = len(scores), self._capacity
+        rows = self._input[:n] if n <= capacity else np.empty((n, 6), np.float32)
         if n:
             kinds = boxes.dtype.kind + scores.dtype.kind
             if kinds.strip(_NUMBERS) or classes.dtype.char not in _INTEGERS:
@@ -234,13 +231,17 @@ class Tracker:
                     "expected boxes and scores of numbers, classes of integers that int64 holds, "
                     f"got {boxes.dtype}, {scores.dtype} and {classes.dtype}"
                 )
-            rows = self._input[:n]
             rows[:, 1:5] = np.multiply(boxes, self._factor, dtype=np.float64)
             rows[:, _SCORE] = scores
             rows[:, _CLASS] = self._classes.to_library(classes)
             if not (_all(np.isfinite(rows)) and _all(rows[:, 1:3] <= rows[:, 3:5])):
                 raise ValueError(_what_is_wrong(rows, boxes, scores))
-        self._input[n, _CLASS] = 0
+        self._input[min(n, capacity), _CLASS] = 0
+        if n <= capacity:
+            return None
+        kept = np.sort(np.argsort(-rows[:, _SCORE], kind="stable")[:capacity])
+        self._input[:capacity] = rows[kept]
+        return kept
 
     def _read(self, n: int, kept: npt.NDArray[np.int64] | None) -> Tracks:
         # A reported track was matched in this frame or reported in the last one.

@@ -8,6 +8,7 @@ import pytest
 
 import raw
 from bits import any_values, assert_same
+from heap import heap_in_use
 from libiv import KalmanFilter, mat
 
 F32 = np.dtype(np.float32)
@@ -81,6 +82,15 @@ def test_matrices_are_views_that_outlive_the_filter(random):
     for other in others:
         other.x_post = [[1], [1]]
     assert view.tolist() == [[3], [7]]
+
+
+def test_the_memory_of_a_filter_goes_with_the_last_of_its_matrices():
+    KalmanFilter(8, 4)
+    before = heap_in_use()
+    for _ in range(100):
+        view = KalmanFilter(100, 4).x_post  # 200 KB
+    assert heap_in_use() - before < 1_000_000
+    assert view.shape == (100, 1)
 
 
 def test_filters_share_a_model_without_copies(random):

@@ -81,8 +81,11 @@ def test_in_a_source_tree_its_own_build_is_taken(tmp_path):
     library = tmp_path / "build" / "release" / "src" / "libiv.so.0"
     library.parent.mkdir(parents=True)
     shutil.copy(os.environ["LIBIV_LIBRARY"], library)
-    result = run(TRACK, PYTHONPATH=str(tmp_path / "python"))
-    assert result.stdout.split()[1] == str(library), result.stderr
+    installed = os.path.dirname(os.environ["LIBIV_LIBRARY"])
+    paths = {"PYTHONPATH": str(tmp_path / "python"), "LD_LIBRARY_PATH": installed}
+    assert run(TRACK, **paths).stdout.split()[1] == str(library)
+    library.unlink()
+    assert os.path.dirname(run(TRACK, **paths).stdout.split()[1]) == os.path.realpath(installed)
 
 
 def test_the_installed_package_takes_the_installed_library(tmp_path):

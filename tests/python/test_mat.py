@@ -113,6 +113,18 @@ def test_fills_are_those_of_c(random, dtype, shape):
     assert_same(got, expected)
 
 
+@pytest.mark.parametrize("shape", [(0, 4), (4, 0)])
+def test_fills_of_empty_matrices_write_nothing(shape):
+    around = np.full(8, 9, np.float32)
+    empty = around[:0].reshape(shape)
+    assert empty.ctypes.data == around.ctypes.data
+    mat.setidentity(empty)
+    mat.setdiagonal(np.empty(0, np.float32), empty)
+    mat.setone(empty)
+    mat.setzero(empty)
+    assert around.tolist() == [9] * 8
+
+
 def test_contiguous_arrays_are_used_where_they_are(random):
     a = any_values(random, np.dtype(np.int32), 3, 4)
     assert mat.header(a).data == a.ctypes.data
@@ -198,12 +210,16 @@ def test_a_result_that_overlaps_a_factor_in_part_is_refused():
     with pytest.raises(ValueError, match="storage apart"):
         mat.muladd(SQUARE, SQUARE, a, out=b)
     mat.muladd(SQUARE, SQUARE, a, out=a)
+    with pytest.raises(ValueError, match="storage apart"):
+        mat.inv(a, out=b)
 
 
 def test_matrices_beyond_32_bits_are_refused():
     huge = np.broadcast_to(np.int8(0), (1 << 16, 1 << 16))
     with pytest.raises(ValueError, match="expected at most 2147483647 bytes, got 4294967296"):
         mat.neg(huge)
+    with pytest.raises(ValueError, match="the result: expected at most"):
+        mat.mul(np.zeros((1 << 16, 1), np.int8), np.zeros((1, 1 << 15), np.int8))
 
 
 @pytest.mark.parametrize("dtype", FLOATS, ids=str)

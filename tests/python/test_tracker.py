@@ -1,15 +1,15 @@
 """The tracker's frames are those of the C functions to the bit: scaled, renumbered, cut to the
 capacity and let go as promised."""
 
-import ctypes
-import gc
 import re
 import threading
 
 import numpy as np
 import pytest
 
+import libiv
 import raw
+from heap import heap_in_use
 from libiv import Tracker, _library
 
 WIDTH, UNITS = 640, 64
@@ -127,6 +127,16 @@ def test_any_integer_is_a_class(dtype):
         assert tracker.process().classes.tolist() == classes.tolist(), "while they coast, too"
 
 
+def test_more_classes_than_a_float_can_tell_apart_are_refused(monkeypatch):
+    monkeypatch.setattr(libiv.tracker, "_MOST_CLASSES", 4)
+    with Tracker(WIDTH, stable=1) as tracker:
+        for kind in (5, 6, 5, 0):
+            tracker.process([BOX], [1], [kind])
+        with pytest.raises(ValueError, match="classes: expected less than 4 different ones"):
+            tracker.process([BOX, BOX], [1, 1], [5, 7])
+        assert tracker.process([BOX], [1], [6]).classes.tolist().count(6) > 0
+
+
 def test_a_frame_without_detections_counts_a_miss():
     with Tracker(WIDTH, stable=1, removal=3) as tracker:
         assert tracker.process([BOX], [0.5], [0]).detections.tolist() == [0]
@@ -159,6 +169,12 @@ def test_above_the_capacity_the_highest_scores_are_kept_and_of_equal_ones_the_ea
         unsigned = np.array([0, 1, 200, 200, 200], np.uint8)
         tracks = tracker.process(boxes, unsigned, np.zeros(5, int))
         assert tracks.detections.tolist() == [2, 3]
+    many = np.arange(100)[:, None] * 50 + BOX
+    with Tracker(WIDTH, capacity=60, stable=1) as tracker:
+        tracks = tracker.process(many, np.arange(100) % 10 // 5, np.zeros(100, int))
+        assert tracks.dropped == 40
+        with pytest.raises(ValueError, match="detection 99: expected a box and a score"):
+            tracker.process(many, np.append(np.ones(99), np.nan), np.zeros(100, int))
 
 
 def test_a_full_list_is_reported_whole():
@@ -238,6 +254,7 @@ def test_new_parameters_hold_from_the_next_frame_on():
         near = [x + 1 for x in BOX]
         assert tracker.process([near], [1], [0]).ids.tolist() == [1]
         tracker.set_params(overlap=1)
+        tracker.set_params(removal=9)  # and leaves the overlap as it is
         assert 1 not in tracker.process([near], [1], [0]).ids[1:]
         tracker.set_params(overlap=0, ignore_class=True, removal=1)
         assert tracker.process([BOX], [1], [5]).classes.tolist()[0] == 5
@@ -258,22 +275,6 @@ def test_a_closed_tracker_refuses_frames_and_may_be_closed_again():
     for call in (tracker.process, tracker.set_params, tracker.__enter__):
         with pytest.raises(ValueError, match="expected an open tracker, got a closed one"):
             call()
-
-
-def heap_in_use():
-    """Bytes that the C library's heap has given out."""
-    libc = ctypes.CDLL(None)
-
-    class Info(ctypes.Structure):
-        _fields_ = [(name, ctypes.c_size_t) for name in "abcdefg"] + [
-            ("in_use", ctypes.c_size_t),
-            ("free", ctypes.c_size_t),
-            ("top", ctypes.c_size_t),
-        ]
-
-    libc.mallinfo2.restype = Info
-    gc.collect()
-    return libc.mallinfo2().in_use
 
 
 @pytest.mark.parametrize("end", ["close", "with", "forget"])
