@@ -173,6 +173,8 @@ def test_above_the_capacity_the_highest_scores_are_kept_and_of_equal_ones_the_ea
     with Tracker(WIDTH, capacity=60, stable=1) as tracker:
         tracks = tracker.process(many, np.arange(100) % 10 // 5, np.zeros(100, int))
         assert tracks.dropped == 40
+        low = [n for n in range(100) if n % 10 < 5]
+        assert sorted({*range(100)} - {*tracks.detections.tolist()}) == low[10:]
         with pytest.raises(ValueError, match="detection 99: expected a box and a score"):
             tracker.process(many, np.append(np.ones(99), np.nan), np.zeros(100, int))
 
@@ -247,22 +249,22 @@ def test_options_out_of_range_are_refused(options, error, said):
         Tracker(**{"width": WIDTH, **options})
 
 
-def test_new_parameters_hold_from_the_next_frame_on():
-    far = [x + 60 for x in BOX]
-    with Tracker(WIDTH, stable=1, overlap=0.9, distance=0) as tracker:
-        assert tracker.process([BOX], [1], [0]).ids.tolist() == [1]
-        near = [x + 1 for x in BOX]
-        assert tracker.process([near], [1], [0]).ids.tolist() == [1]
+def test_new_parameters_hold_from_the_next_frame_on_and_the_others_stay():
+    near = [x + 1 for x in BOX]
+    with Tracker(WIDTH, stable=1, distance=0) as tracker:
+        assert tracker.process([BOX], [1], [0]).detections.tolist() == [0]
+        assert tracker.process([near], [1], [0]).detections.tolist() == [0]
         tracker.set_params(overlap=1)
-        tracker.set_params(removal=9)  # and leaves the overlap as it is
-        assert 1 not in tracker.process([near], [1], [0]).ids[1:]
-        tracker.set_params(overlap=0, ignore_class=True, removal=1)
-        assert tracker.process([BOX], [1], [5]).classes.tolist()[0] == 5
-        tracker.process([far], [1], [0])
-        tracker.process([far], [1], [0])
-        assert 1 not in tracker.process([far], [1], [0]).ids, "gone at its second miss"
+        tracker.set_params(removal=2)
+        assert tracker.process([BOX], [1], [0]).detections.tolist() == [-1, 0], "nothing overlaps"
+        tracker.set_params(overlap=0, ignore_class=True)
+        assert tracker.process([near], [1], [5]).classes.tolist() == [5, 0], "of two, the older"
+        tracker.set_params(removal=1)
+        assert tracker.process().ids.tolist() == [1], "the other one missed twice"
+        tracker.set_params(distance=1, ignore_class=False)
         with pytest.raises(ValueError, match="removal: expected an integer from 1"):
             tracker.set_params(removal=0)
+        assert tracker.process([BOX], [1], [5]).detections.tolist() == [0]
 
 
 def test_a_closed_tracker_refuses_frames_and_may_be_closed_again():
