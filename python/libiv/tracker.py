@@ -140,14 +140,13 @@ class Tracker:
                 f"{units} units to a width of {width}"
             )
         self._capacity = count("capacity", capacity, _MOST_OBJECTS)
-        self._stable = count("stable", stable)
         if removal is None:
             half = 0.0 if fps is None else min(positive("fps", fps) // 2, 1e9)
             removal = max(_FEWEST_REMOVAL_FRAMES, int(half))
         self._tuning = (
             fraction("distance", distance),
             fraction("overlap", overlap),
-            self._stable,
+            count("stable", stable),
             count("removal", removal),
             bool(ignore_class),
         )
@@ -160,7 +159,7 @@ class Tracker:
         if handle is None:
             raise MemoryError(f"no room for a tracker of {self._capacity} objects")
         self._arguments = (handle, self._input.ctypes.data, self._output.ctypes.data)
-        self._end = weakref.finalize(self, _drain_and_release, handle, self._tuning)
+        self._end = weakref.finalize(self, _drain_and_release, handle)
 
     def set_params(
         self,
@@ -174,16 +173,16 @@ class Tracker:
 
         `stable` stays as it is: with another one, tracks that have an id could get a new one.
         """
-        old = self._tuning
-        tuning = (
-            old[0] if distance is None else fraction("distance", distance),
-            old[1] if overlap is None else fraction("overlap", overlap),
-            old[2],
-            old[3] if removal is None else count("removal", removal),
-            old[4] if ignore_class is None else bool(ignore_class),
-        )
         with lock:
             self._expect_open()
+            old = self._tuning
+            tuning = (
+                old[0] if distance is None else fraction("distance", distance),
+                old[1] if overlap is None else fraction("overlap", overlap),
+                old[2],
+                old[3] if removal is None else count("removal", removal),
+                old[4] if ignore_class is None else bool(ignore_class),
+            )
             lib.iv_tracker_set_params(self._arguments[0], *tuning)
             self._tuning = tuning
 
@@ -222,7 +221,7 @@ class Tracker:
 
     def _write(self, boxes: Any, scores: Any, classes: Any) -> npt.NDArray[np.int64] | None:
         """Fills the library's input; returns which rows it kept where they are too many."""
-        n, capacity = len(scores), self._capacity
+        n, capacity = scores.size, self._capacity
         rows = self._input[:n] if n <= capacity else np.empty((n, 6), np.float32)
         if n:
             kinds = boxes.dtype.kind + scores.dtype.kind
@@ -289,12 +288,12 @@ class Tracker:
         self.close()
 
 
-def _drain_and_release(handle: int, tuning: tuple[float, float, int, int, bool]) -> None:
+def _drain_and_release(handle: int) -> None:
     # Release leaves live tracks allocated: without patience, one empty frame lets all of them go.
-    distance, overlap, stable, _, ignore_class = tuning
+    # In such a frame nothing else than the patience counts.
     nothing = np.zeros(6, np.float32)
     with lock:
-        lib.iv_tracker_set_params(handle, distance, overlap, stable, 0, ignore_class)
+        lib.iv_tracker_set_params(handle, 0, 0, 1, 0, False)
         lib.iv_tracker_process(handle, nothing.ctypes.data, None)
         lib.iv_tracker_release(handle)
 

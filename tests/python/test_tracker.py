@@ -142,7 +142,7 @@ def test_a_frame_without_detections_counts_a_miss():
         assert tracker.process([BOX], [0.5], [0]).detections.tolist() == [0]
         assert tracker.process().detections.tolist() == [-1]
         assert tracker.process([], [], []).ids.tolist() == [1]
-        assert len(tracker.process(np.empty((0, 4)), np.empty(0), np.empty(0, int))) == 0
+        assert len(tracker.process(np.empty((0, 4)), np.empty((3, 0)), np.empty(0, int))) == 0
         tracker.process()  # the fourth miss
         assert tracker.process([BOX], [0.5], [0]).ids.tolist() == [2]
 
