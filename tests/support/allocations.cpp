@@ -117,21 +117,37 @@ void __wrap_free(void* block) {
 }
 }
 
-// The other forms of new and delete call these.
-void* operator new(std::size_t size) {
+// All forms, since a checker has each of its own.
+void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
     const bool fails = test::counters && std::exchange(test::counters->new_fails, false);
     void* block = fails ? nullptr : __real_malloc(size != 0 ? size : 1);
-    if (!block) {
-        throw std::bad_alloc();
-    }
-    if (test::counters) {
+    if (test::counters && block) {
         ++test::counters->made_by_new;
     }
     return block;
+}
+void* operator new(std::size_t size) {
+    void* block = operator new(size, std::nothrow);
+    if (!block) {
+        throw std::bad_alloc();
+    }
+    return block;
+}
+void* operator new[](std::size_t size, const std::nothrow_t&) noexcept {
+    return operator new(size, std::nothrow);
+}
+void* operator new[](std::size_t size) {
+    return operator new(size);
 }
 void operator delete(void* block) noexcept {
     __real_free(block);
 }
 void operator delete(void* block, std::size_t) noexcept {
+    __real_free(block);
+}
+void operator delete[](void* block) noexcept {
+    __real_free(block);
+}
+void operator delete[](void* block, std::size_t) noexcept {
     __real_free(block);
 }
