@@ -121,3 +121,9 @@ def test_the_example_says_what_it_needs(tmp_path):
     assert refused.returncode == 2
     assert "expected a seqinfo.ini" in refused.stderr
     subprocess.run([*command, "--size", "100", "80", "--fps", "10"], check=True)
+
+
+def test_the_benchmark_measures_the_same_frames_twice():
+    script = ROOT / "bench" / "python_overhead.py"
+    out = subprocess.run([sys.executable, script, "5"], check=True, capture_output=True, text=True)
+    assert re.search(r"5 objects .*\nprocess \S+ us, C call \S+ us, Python's own part", out.stdout)
