@@ -41,7 +41,7 @@ bool read(std::istream& file, int& frame, iv::Detection& detection) {
 
 void track(std::istream& file, double image_width) {
     iv::TrackerOptions options;
-    options.image_width = image_width;
+    options.width = image_width;
     auto tracker = iv::Tracker::create(options);
 
     std::vector<iv::Detection> detections;

@@ -701,7 +701,7 @@ class KalmanFilter {
     /// Without a correction in between, a second prediction gives what the first one gave.
     void predict() noexcept { iv_kalman_predict(record()); }
     /// Takes the prediction for the estimate, in place of a measurement that is missing.
-    void coast() noexcept {
+    void coast() {
         (void)state().assign(predicted_state());
         (void)covariance().assign(predicted_covariance());
     }
@@ -832,22 +832,22 @@ struct Track {
     bool is_coasting() const noexcept { return detection == NO_DETECTION; }
 };
 
-/// What may change from frame to frame. Distances are in the library's units.
+/// What may change from frame to frame, under the names that `ivtrack` gives it.
 struct Tuning {
-    float distance_gate = 1.0f; ///< greatest squared distance of centres, 0 to 1, at which a
-                                ///< detection continues a track without overlapping it
-    float overlap_gate = 0.1f;  ///< beyond it, intersection over union must be above this, 0 to 1
-    int stable_frames = 3;      ///< matched frames that confirm a track, at least 1
-    int removal_frames = 12;    ///< missed frames that a track survives, at least 1: half the
-                                ///< frame rate, and 5 or more
-    bool ignore_class = false;  ///< a detection may continue a track of another class
+    float distance = 1.0f; ///< euc_thresh: greatest squared distance of centres, in units squared,
+                           ///< at which a detection continues a track without overlapping it
+    float overlap = 0.1f;  ///< iou_thresh: beyond it, intersection over union must be above this
+    int stable = 3;        ///< fcnt_stable: matched frames that confirm a track, at least 1
+    int removal = 12;      ///< fcnt_removal: missed frames that a track survives, at least 1: half
+                           ///< the frame rate, and 5 or more
+    bool ignore_class = false; ///< a detection may continue a track of another class
 };
 
 struct TrackerOptions {
-    double image_width = 0; ///< in pixels; has to be given, as nothing else can be right
-    double units = 64;      ///< the same width in the library's units. Nothing is matched across 10
-                            ///< units: of all values the first to get right. 16 to 100 are good.
-    int capacity = 256;     ///< detections of a frame and tracks alive: twice the fullest frame
+    double width = 0;    ///< of the image in pixels; has to be given, as nothing else can be right
+    double units = 64;   ///< the same width in the library's units. Nothing is matched across 10
+                         ///< units: of all values the first to get right. 16 to 100 are good.
+    int capacity = 1024; ///< detections of a frame and tracks alive: twice the fullest frame
     Tuning tuning;
 };
 
@@ -942,8 +942,8 @@ class ClassTable {
  *
  * @code
  * iv::TrackerOptions options;
- * options.image_width = 1920;
- * options.tuning.removal_frames = 15; // half a second at 30 frames a second
+ * options.width = 1920;
+ * options.tuning.removal = 15; // half a second at 30 frames a second
  * auto tracker = iv::Tracker::create(options);
  *
  * std::vector<iv::Detection> detections = {{0, {100, 200, 180, 420}, 0.9f}};
@@ -997,17 +997,17 @@ class Tracker {
     }
 
     /// Replaces the tuning from the next frame on; tracks stay. Fails iff a value is out of its
-    /// range or stable_frames rises: tracks that it makes too young would be confirmed again, with
+    /// range or stable rises: tracks that it makes too young would be confirmed again, with
     /// new ids, and their filters lost.
     Done tune(const Tuning& tuning) {
         assert(handle_);
-        const bool is_good = is_valid(tuning) &&
-                             detail::expect(tuning.stable_frames <= stable_frames_, "stable_frames",
-                                            tuning.stable_frames, "no more than before");
+        const bool is_good =
+            is_valid(tuning) && detail::expect(tuning.stable <= stable_, "stable", tuning.stable,
+                                               "no more than before");
         if (is_good) {
-            stable_frames_ = tuning.stable_frames;
-            iv_tracker_set_params(handle_.get(), tuning.distance_gate, tuning.overlap_gate,
-                                  tuning.stable_frames, tuning.removal_frames, tuning.ignore_class);
+            stable_ = tuning.stable;
+            iv_tracker_set_params(handle_.get(), tuning.distance, tuning.overlap, tuning.stable,
+                                  tuning.removal, tuning.ignore_class);
         }
         return Done(is_good);
     }
@@ -1033,40 +1033,38 @@ class Tracker {
 
     static bool is_valid(const TrackerOptions& options) {
         constexpr int MOST = 1 << 24; // as far as a float counts
-        const double factor = options.units / options.image_width;
-        return detail::expect(options.image_width > 0, "image_width", options.image_width,
+        const double factor = options.units / options.width;
+        return detail::expect(options.width > 0, "width", options.width,
                               "the width of the image in pixels") &&
-               detail::expect(factor >= 1e-12 && factor <= 1e12, "units / image_width", factor,
+               detail::expect(factor >= 1e-12 && factor <= 1e12, "units / width", factor,
                               "between 1e-12 and 1e12 units a pixel") &&
                detail::expect(options.capacity >= 1 && options.capacity <= MOST, "capacity",
                               options.capacity, "1 to 16777216");
     }
     static bool is_valid(const Tuning& tuning) {
         const auto is_gate = [](float gate) { return gate >= 0 && gate <= 1; };
-        return detail::expect(is_gate(tuning.distance_gate), "distance_gate",
-                              static_cast<double>(tuning.distance_gate), "0 to 1") &&
-               detail::expect(is_gate(tuning.overlap_gate), "overlap_gate",
-                              static_cast<double>(tuning.overlap_gate), "0 to 1") &&
-               detail::expect(tuning.stable_frames >= 1, "stable_frames", tuning.stable_frames,
-                              "at least 1") &&
-               detail::expect(tuning.removal_frames >= 1, "removal_frames", tuning.removal_frames,
-                              "at least 1");
+        return detail::expect(is_gate(tuning.distance), "distance",
+                              static_cast<double>(tuning.distance), "0 to 1") &&
+               detail::expect(is_gate(tuning.overlap), "overlap",
+                              static_cast<double>(tuning.overlap), "0 to 1") &&
+               detail::expect(tuning.stable >= 1, "stable", tuning.stable, "at least 1") &&
+               detail::expect(tuning.removal >= 1, "removal", tuning.removal, "at least 1");
     }
 
     bool allocate(const TrackerOptions& options) {
         const Tuning& tuning = options.tuning;
         constexpr int IMAGE_SIZE = 0; // the library stores it and computes nothing with it
-        units_per_pixel_ = options.units / options.image_width;
-        pixels_per_unit_ = options.image_width / options.units;
-        stable_frames_ = tuning.stable_frames;
+        units_per_pixel_ = options.units / options.width;
+        pixels_per_unit_ = options.width / options.units;
+        stable_ = tuning.stable;
         capacity_ = static_cast<std::size_t>(options.capacity);
         input_.reset(new (std::nothrow) float[capacity_ + 1][6]);
         output_.reset(new (std::nothrow) float[capacity_][8]);
         tracks_.reset(new (std::nothrow) Track[capacity_]);
         kept_.reset(new (std::nothrow) std::size_t[capacity_]);
-        handle_.reset(iv_tracker_create(
-            IMAGE_SIZE, IMAGE_SIZE, options.capacity, tuning.distance_gate, tuning.overlap_gate,
-            tuning.stable_frames, tuning.removal_frames, tuning.ignore_class));
+        handle_.reset(iv_tracker_create(IMAGE_SIZE, IMAGE_SIZE, options.capacity, tuning.distance,
+                                        tuning.overlap, tuning.stable, tuning.removal,
+                                        tuning.ignore_class));
         return detail::granted(input_ && output_ && tracks_ && kept_ && handle_);
     }
 
@@ -1130,7 +1128,7 @@ class Tracker {
     detail::ClassTable classes_;
     double units_per_pixel_ = 1;
     double pixels_per_unit_ = 1;
-    int stable_frames_ = 1;
+    int stable_ = 1;
     std::size_t capacity_ = 0;
     std::size_t dropped_ = 0;
     std::unique_ptr<float[][6]> input_;  ///< capacity + 1 rows: the last one ends a full list

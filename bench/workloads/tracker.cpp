@@ -278,17 +278,16 @@ std::vector<std::vector<iv::Detection>> detections_of(Film& film, double pixels_
 /// iv::Tracker and the C calls that do the same by hand, in frames; both on the same detections.
 void measure_wrapper(Row& row, const Effort& effort, int objects) {
     iv::TrackerOptions options;
-    options.image_width = 1920;
+    options.width = 1920;
     options.units = 64;
     options.capacity = capacity_for(objects);
-    options.tuning.overlap_gate = OVERLAP_GATE;
-    options.tuning.removal_frames = REMOVAL;
+    options.tuning.overlap = OVERLAP_GATE;
+    options.tuning.removal = REMOVAL;
     Film film(objects);
     const auto frames = std::make_shared<const std::vector<std::vector<iv::Detection>>>(
-        detections_of(film, options.image_width / options.units));
+        detections_of(film, options.width / options.units));
     const auto wrapper = std::make_shared<iv::Tracker>(iv::Tracker::create(options));
-    const auto by_hand =
-        std::make_shared<ByHand>(options.capacity, options.image_width, options.units);
+    const auto by_hand = std::make_shared<ByHand>(options.capacity, options.width, options.units);
     for (const auto& frame : *frames) {
         const auto got = wrapper->process(frame);
         const auto wanted = by_hand->process(frame);

@@ -20,8 +20,8 @@ using iv::TrackerOptions;
 
 TrackerOptions options() {
     TrackerOptions options;
-    options.image_width = 64;
-    options.tuning.stable_frames = 1;
+    options.width = 64;
+    options.tuning.stable = 1;
     return options;
 }
 
@@ -55,7 +55,7 @@ const char* optionals_hold_what_is_made() {
     auto tracker = Tracker::create(options());
     REQUIRE(tracker);
     iv::Tuning tuning = options().tuning;
-    tuning.removal_frames = 20;
+    tuning.removal = 20;
     REQUIRE(tracker->tune(tuning));
     const auto tracks = tracker->process({{0, {1, 2, 3, 4}, 1.0f}});
     REQUIRE(tracks && tracks->size() == 1 && (*tracks)[0].class_number == 0);
@@ -79,7 +79,7 @@ const char* optionals_are_empty_where_operands_do_not_fit() {
     REQUIRE(!Tracker::create({}));
     auto tracker = Tracker::create(options());
     iv::Tuning tuning;
-    tuning.overlap_gate = 2;
+    tuning.overlap = 2;
     REQUIRE(!tracker->tune(tuning));
     return nullptr;
 }

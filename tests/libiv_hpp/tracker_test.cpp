@@ -33,9 +33,9 @@ static_assert(!std::is_convertible_v<std::vector<Track>&, iv::Span<const Detecti
 /// Pixels that are the library's units, and tracks from the first frame on.
 TrackerOptions plain_options(int capacity = 16) {
     TrackerOptions options;
-    options.image_width = options.units = 64;
+    options.width = options.units = 64;
     options.capacity = capacity;
-    options.tuning.stable_frames = 1;
+    options.tuning.stable = 1;
     return options;
 }
 
@@ -58,11 +58,10 @@ class CalledAsC {
     explicit CalledAsC(const TrackerOptions& options)
         : output_(static_cast<std::size_t>(options.capacity)),
           tuning_(options.tuning),
-          handle_(iv_tracker_create(1, 1, options.capacity, tuning_.distance_gate,
-                                    tuning_.overlap_gate, tuning_.stable_frames,
-                                    tuning_.removal_frames, tuning_.ignore_class)) {}
+          handle_(iv_tracker_create(1, 1, options.capacity, tuning_.distance, tuning_.overlap,
+                                    tuning_.stable, tuning_.removal, tuning_.ignore_class)) {}
     ~CalledAsC() {
-        tuning_.removal_frames = 0;
+        tuning_.removal = 0;
         tune(tuning_);
         test::Rows none(1);
         process(none);
@@ -73,8 +72,8 @@ class CalledAsC {
 
     void tune(const Tuning& tuning) {
         tuning_ = tuning;
-        iv_tracker_set_params(handle_, tuning.distance_gate, tuning.overlap_gate,
-                              tuning.stable_frames, tuning.removal_frames, tuning.ignore_class);
+        iv_tracker_set_params(handle_, tuning.distance, tuning.overlap, tuning.stable,
+                              tuning.removal, tuning.ignore_class);
     }
 
     const std::vector<std::array<float, 8>>& process(test::Rows& rows) {
@@ -138,7 +137,7 @@ TEST(HppTracker, FramesGiveTheBitsOfTheCCallsForAnyClasses) {
     for (const int capacity : {1, 12, 60}) {
         for (const bool ignore_class : {false, true}) {
             TrackerOptions options = plain_options(capacity);
-            options.tuning.stable_frames = 3;
+            options.tuning.stable = 3;
             options.tuning.ignore_class = ignore_class;
             CalledAsC expected(options);
             auto tracker = Tracker::create(options);
@@ -179,7 +178,7 @@ TEST(HppTracker, ManyClassesKeepTheirNumbers) {
 
 TEST(HppTracker, ScaleIsFromPixelsToUnitsAndBack) {
     TrackerOptions options = plain_options();
-    options.image_width = 1920;
+    options.width = 1920;
     auto tracker = Tracker::create(options);
     const Detection detection = {0, {960, 30, 1020, 90.5}, 0.5f};
     EXPECT_EQ(tracker.process({detection})[0].id, 1);
@@ -347,19 +346,19 @@ TEST(HppTracker, OptionsOutOfTheirRangesAreRefused) {
         return message(options);
     };
     constexpr float NOT_A_NUMBER = std::numeric_limits<float>::quiet_NaN();
-    EXPECT_EQ(message({}), "image_width: 0: expected the width of the image in pixels");
-    EXPECT_EQ(with(&TrackerOptions::image_width, double{INFINITY}),
-              "units / image_width: 0: expected between 1e-12 and 1e12 units a pixel");
+    EXPECT_EQ(message({}), "width: 0: expected the width of the image in pixels");
+    EXPECT_EQ(with(&TrackerOptions::width, double{INFINITY}),
+              "units / width: 0: expected between 1e-12 and 1e12 units a pixel");
     EXPECT_EQ(with(&TrackerOptions::units, 0.0),
-              "units / image_width: 0: expected between 1e-12 and 1e12 units a pixel");
+              "units / width: 0: expected between 1e-12 and 1e12 units a pixel");
     EXPECT_EQ(with(&TrackerOptions::capacity, 0), "capacity: 0: expected 1 to 16777216");
     EXPECT_EQ(with(&TrackerOptions::capacity, 16777217),
               "capacity: 1.67772e+07: expected 1 to 16777216");
-    EXPECT_EQ(tuned(&Tuning::distance_gate, 1.5f), "distance_gate: 1.5: expected 0 to 1");
-    EXPECT_EQ(tuned(&Tuning::overlap_gate, -0.5f), "overlap_gate: -0.5: expected 0 to 1");
-    EXPECT_NE(tuned(&Tuning::overlap_gate, NOT_A_NUMBER), "accepted");
-    EXPECT_EQ(tuned(&Tuning::stable_frames, 0), "stable_frames: 0: expected at least 1");
-    EXPECT_EQ(tuned(&Tuning::removal_frames, 0), "removal_frames: 0: expected at least 1");
+    EXPECT_EQ(tuned(&Tuning::distance, 1.5f), "distance: 1.5: expected 0 to 1");
+    EXPECT_EQ(tuned(&Tuning::overlap, -0.5f), "overlap: -0.5: expected 0 to 1");
+    EXPECT_NE(tuned(&Tuning::overlap, NOT_A_NUMBER), "accepted");
+    EXPECT_EQ(tuned(&Tuning::stable, 0), "stable: 0: expected at least 1");
+    EXPECT_EQ(tuned(&Tuning::removal, 0), "removal: 0: expected at least 1");
     EXPECT_EQ(message(plain_options()), "accepted");
 }
 
@@ -368,13 +367,13 @@ TEST(HppTracker, TuningMayLowerStableFramesButNotRaiseThem) {
     Allocations allocations;
     {
         TrackerOptions options = plain_options();
-        options.tuning.stable_frames = 3;
+        options.tuning.stable = 3;
         auto tracker = Tracker::create(options);
         tracker.process({still(0, 0)});
-        options.tuning.stable_frames = 1;
+        options.tuning.stable = 1;
         tracker.tune(options.tuning);
         EXPECT_EQ(tracker.process({still(0, 0)})[0].id, 1);
-        options.tuning.stable_frames = 3;
+        options.tuning.stable = 3;
         EXPECT_THROW(tracker.tune(options.tuning), std::invalid_argument);
         EXPECT_EQ(tracker.process({still(0, 0)})[0].id, 1);
     }
