@@ -227,7 +227,11 @@ def main():
     parser.add_argument("--list", action="store_true", help="list the mutants and end")
     options = parser.parse_args()
 
-    mutants = [m for m in all_mutants() if re.search(options.files, m.file)]
+    mutants = all_mutants()
+    reasons = read_table(SURVIVORS)
+    for key in reasons.keys() - {m.key for m in mutants}:
+        sys.exit(f"{SURVIVORS}: no such mutant: {key}")
+    mutants = [m for m in mutants if re.search(options.files, m.file)]
     total = len(mutants)
     if options.share:
         mutants = [m for m in mutants if m.hash() % options.share == 0]
@@ -242,7 +246,6 @@ def main():
     known = {key: "survived" if fate == survived_these else fate
              for key, fate in read_table(results).items()
              if fate == survived_these or not fate.startswith("survived")}  # fmt: skip
-    reasons = read_table(SURVIVORS)
     left = [m for m in mutants if m.key not in known]
     left.sort(key=Mutant.hash)  # what an unfinished run has seen is a fair sample
     workers = queue.SimpleQueue()
