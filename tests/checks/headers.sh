@@ -43,7 +43,7 @@ header=libiv.hpp
 printf '#include "%s"\n#include "%s"\ntemplate class iv::Matrix<float>;\n' $header $header >"$work/host.cpp"
 for compiler in "$cxx" g++ clang++; do
     command -v "$compiler" >/dev/null || continue
-    for std in c++17 c++20 gnu++17 gnu++20; do
+    for std in c++17 c++20; do
         compile "$compiler" $std "$work/host.cpp" -Wold-style-cast -Wsign-conversion -DNDEBUG
         compile "$compiler" $std "$work/host.cpp" -fno-exceptions -fno-rtti
     done
