@@ -347,7 +347,7 @@ TEST(HppTracker, OptionsOutOfTheirRangesAreRefused) {
     };
     constexpr float NOT_A_NUMBER = std::numeric_limits<float>::quiet_NaN();
     EXPECT_EQ(message({}), "width: 0: expected the width of the image in pixels");
-    EXPECT_EQ(with(&TrackerOptions::width, double{INFINITY}),
+    EXPECT_EQ(with(&TrackerOptions::width, std::numeric_limits<double>::infinity()),
               "units / width: 0: expected between 1e-12 and 1e12 units a pixel");
     EXPECT_EQ(with(&TrackerOptions::units, 0.0),
               "units / width: 0: expected between 1e-12 and 1e12 units a pixel");
