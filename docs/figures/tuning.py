@@ -106,18 +106,18 @@ def check_defaults():
 
 
 def table(head, rows):
-    lines = [f"| {' | '.join(head)} |", "|" + "--:|" * len(head)]
+    lines = [f"| {' | '.join(head)} |", "|---|" + "--:|" * (len(head) - 1)]
     return "\n".join(lines + [f"| {' | '.join(map(str, row))} |" for row in rows]) + "\n"
 
 
-def sweep(option, values, scenes, name):
-    """Switches / misses / tracks for each value in each scene."""
-    made = {title: Scene(options) for title, options in scenes.items()}
+def sweep(options, scenes, name):
+    """Switches / misses / tracks with each option in each scene."""
+    made = {title: Scene(SCENES[title]) for title in scenes}
     rows = []
-    for value in values:
-        row = [value]
+    for option in options:
+        row = [f"`{option}`"]
         for scene in made.values():
-            tracks, misses, _, switches = scene.counts(f"{option} {value}")
+            tracks, misses, _, switches = scene.counts(option)
             row.append(f"{switches} / {misses} / {tracks}")
         rows.append(row)
     return table([name, *made], rows)
@@ -131,28 +131,35 @@ def class_table():
             scene.flip_classes()
         for option in ("", "--ignore-class"):
             tracks, misses, _, switches = scene.counts(option, any_class=True)
-            rows.append([title, f"`{option}`" if option else "", switches, misses, tracks])
-    return table(["detector", "option", "switches", "misses", "tracks"], rows)
+            name = f"{title}, `{option}`" if option else title
+            rows.append([name, switches, misses, tracks])
+    return table(["detector", "switches", "misses", "tracks"], rows)
 
 
 def jitter_table():
     rows = []
     for jitter in (0, 0.01, 0.02, 0.04, 0.08):
         tracks, misses, _, switches = Scene(f"{CROWD} --jitter {jitter}").counts()
-        rows.append([jitter, switches, misses, tracks])
-    return table(["jitter", "switches", "misses", "tracks"], rows)
+        rows.append([f"`--jitter {jitter}`", switches, misses, tracks])
+    return table(["detector", "switches", "misses", "tracks"], rows)
 
 
 def tables():
-    two = {title: SCENES[title] for title in ("crowd", "poor detector")}
+    two = ("crowd", "poor detector")
+
+    def options(name, *values):
+        return [f"--{name} {value}" for value in values]
+
     return {
-        "units": sweep("--units", (8, 16, 32, 64, 100, 150, 200, 300, 1280), SCENES, "units"),
-        "distance": sweep("--distance", (0, 0.25, 1), SCENES, "distance"),
-        "overlap": sweep("--overlap", (0, 0.1, 0.2, 0.3, 0.5, 0.7), SCENES, "overlap"),
-        "stable": sweep("--stable", (1, 2, 3, 5), two, "stable"),
-        "removal": sweep("--removal", (1, 5, 12, 25, 60), two, "removal"),
-        "score": sweep("--min-score", (0, 0.5, 0.6, 0.7, 0.8), two, "lowest score"),
-        "capacity": sweep("--max-objects", (15, 25, 40, 60), {"crowd": CROWD}, "capacity"),
+        "units": sweep(options("units", 8, 16, 32, 64, 100, 150, 200, 300, 1280), SCENES, "scale"),
+        "gates": sweep(
+            options("distance", 0, 1) + options("overlap", 0, 0.1, 0.2, 0.3, 0.5, 0.7), SCENES,
+            "gate"),
+        "counters": sweep(
+            options("stable", 1, 2, 3, 5) + options("removal", 1, 5, 12, 25, 60), two, "counter"),
+        "detector": sweep(
+            options("min-score", 0, 0.5, 0.6, 0.7, 0.8) + options("max-objects", 15, 25, 60), two,
+            "option"),
         "classes": class_table(),
         "jitter": jitter_table(),
     }
@@ -167,11 +174,13 @@ def main():
     page = Path(sys.argv[4])
     text = page.read_text()
     for name, rows in tables().items():
-        mark = re.compile(rf"(<!-- measured: {name} -->\n).*?(?=\n)(?=\n[^|])", re.DOTALL)
-        if not mark.search(text):
-            sys.exit(f"FAILED: {page} has no place for the table \"{name}\"")
-        text = mark.sub(lambda found: found[1] + "\n" + rows.rstrip("\n"), text)
+        # A mark, the table behind it, and the empty line that ends it.
+        mark = re.compile(rf"(<!-- measured: {name} -->\n\n)(\|[^\n]*\n)*")
+        text, count = mark.subn(lambda found: found[1] + rows, text)
+        if count != 1:
+            sys.exit(f"FAILED: {page} has no place for the table of {name}")
     page.write_text(text)
+
 
 
 main()

@@ -73,6 +73,7 @@ class Runner:
             "PYTHONPATH": str(options.source / "python"),
             "PYTHONDONTWRITEBYTECODE": "1",
             "MPLBACKEND": "agg",
+            "CMAKE_GENERATOR": "Ninja",
         }
 
     def run(self, *command):
@@ -136,7 +137,8 @@ def main():
     parser.add_argument("--cc", default="cc")
     parser.add_argument("--cxx", default="c++")
     parser.add_argument("--ivtrack", type=Path)
-    parser.add_argument("--emulator", type=lambda words: words.split("|"), default=[])
+    parser.add_argument("--emulator", type=lambda words: list(filter(None, words.split("|"))),
+                        default=[])
     options = parser.parse_args()
     failed = [document for document in options.documents if failures_of(document, options)]
     sys.exit(1 if failed else 0)
