@@ -25,6 +25,7 @@
 #ifndef LIBIV_H
 #define LIBIV_H
 
+/** MAJOR rises when hosts have to change, MINOR with what is new, PATCH with what is mended. */
 #define LIBIV_VERSION_MAJOR 0
 #define LIBIV_VERSION_MINOR 1
 #define LIBIV_VERSION_PATCH 0
@@ -39,15 +40,15 @@
 extern "C" {
 #endif
 
-typedef signed char s08_t;
-typedef unsigned char u08_t;
-typedef signed short s16_t;
-typedef unsigned short u16_t;
-typedef signed int s32_t;
-typedef signed long long s64_t;
-typedef unsigned long long u64_t;
-typedef float f32_t;  /* IEEE 754 single precision */
-typedef double f64_t; /* IEEE 754 double precision */
+typedef signed char s08_t;        /**< signed, 8 bits */
+typedef unsigned char u08_t;      /**< unsigned, 8 bits */
+typedef signed short s16_t;       /**< signed, 16 bits */
+typedef unsigned short u16_t;     /**< unsigned, 16 bits */
+typedef signed int s32_t;         /**< signed, 32 bits */
+typedef signed long long s64_t;   /**< signed, 64 bits */
+typedef unsigned long long u64_t; /**< unsigned, 64 bits */
+typedef float f32_t;              /**< IEEE 754 single precision */
+typedef double f64_t;             /**< IEEE 754 double precision */
 
 /** A matrix: a header over dense row-major storage. Its fields are in _libiv.h. */
 typedef struct _iv_mat_t iv_mat_t;
