@@ -67,7 +67,9 @@ using Result = T;
 /// What a call gives that may fail and makes nothing: whether it did what it is for.
 class LIBIV_NODISCARD Done {
   public:
+    /// Of what it says.
     constexpr explicit Done(bool done) noexcept : done_(done) {}
+    /// What it says.
     constexpr explicit operator bool() const noexcept { return done_; }
 
   private:
@@ -170,11 +172,13 @@ using same = typename Same<T>::type;
 template <class T, int CHANNELS = 1>
 class Matrix;
 
+/// The part that only reads: values of its own or of the caller, which it never writes.
 template <class T, int CHANNELS>
 class Matrix<const T, CHANNELS> {
     static_assert(CHANNELS >= 1 && CHANNELS <= 32, "an element has 1 to 32 channels");
 
   public:
+    /// Type code of the record.
     static constexpr int TYPE = IV_MAKETYPE(detail::depth<T>(), CHANNELS);
 
     /// 0 x 0: fills do nothing to it, all other calls refuse it.
@@ -196,6 +200,7 @@ class Matrix<const T, CHANNELS> {
         return Matrix(static_cast<int>(ROWS), static_cast<int>(COLS / CHANNELS), values[0]);
     }
 
+    /// The shape; 0 x 0 if there is none.
     int rows() const noexcept { return record_.rows; }
     int cols() const noexcept { return record_.cols; }
     bool empty() const noexcept { return record_.rows == 0; }
@@ -263,6 +268,7 @@ class Matrix : public Matrix<const T, CHANNELS> {
     using Rows = std::initializer_list<std::initializer_list<T>>;
 
   public:
+    /// As in the part that only reads; what it had, it releases when it is assigned to.
     Matrix() noexcept = default;
     Matrix(Matrix&& other) noexcept = default;
     Matrix& operator=(Matrix&& other) noexcept {
@@ -319,6 +325,7 @@ class Matrix : public Matrix<const T, CHANNELS> {
         return Matrix(static_cast<int>(ROWS), static_cast<int>(COLS / CHANNELS), values[0]);
     }
 
+    /// As in the part that only reads, to be written.
     using Base::begin;
     using Base::data;
     using Base::end;
@@ -332,6 +339,7 @@ class Matrix : public Matrix<const T, CHANNELS> {
     }
     iv_mat_t* record() noexcept { return &this->record_; }
 
+    /// Of every channel.
     void set_zero() noexcept { iv_mat_setzero(record()); }
     void set_one() noexcept { iv_mat_setone(record()); }
     /// In channel 0; other channels keep their values.
@@ -377,6 +385,7 @@ class Matrix : public Matrix<const T, CHANNELS> {
         return Done(true);
     }
 
+    /// Into this matrix; they fail like add, subtract and scale.
     Done operator+=(const Base& other) { return add(*this, other, *this); }
     Done operator-=(const Base& other) { return subtract(*this, other, *this); }
     Done operator*=(T factor) { return scale(*this, factor, *this); }
@@ -397,8 +406,9 @@ Result<Matrix<T, CHANNELS>> Matrix<const T, CHANNELS>::clone() const {
 /// Marks a factor of a product that is read transposed. No more than one can be.
 template <class T>
 struct Transposed {
-    const Matrix<const T>& of;
+    const Matrix<const T>& of; ///< the matrix, as it is
 };
+/// Marks a factor of a product to be read transposed.
 template <class T>
 Transposed<T> transposed(const Matrix<const T>& matrix) {
     return {matrix};
@@ -594,8 +604,7 @@ void print(const char* name, const Matrix<const T, CHANNELS>& matrix) {
     iv_mat_print(const_cast<char*>(name), detail::source(matrix));
 }
 
-/* The same as new matrices. */
-
+/// The same as new matrices.
 template <class T, int CHANNELS>
 Result<Matrix<T, CHANNELS>> operator+(const Matrix<const T, CHANNELS>& a,
                                       const Matrix<const T, CHANNELS>& b) {
@@ -787,6 +796,7 @@ class KalmanFilter {
 template <class T>
 class Span {
   public:
+    /// Of nothing, of some values, or of what holds values one behind the other.
     constexpr Span() noexcept = default;
     constexpr Span(T* data, std::size_t size) noexcept : data_(data), size_(size) {}
     template <
@@ -795,6 +805,7 @@ class Span {
             std::remove_pointer_t<decltype(std::data(std::declval<Range&>()))> (*)[], T (*)[]>>>
     constexpr Span(Range&& range) noexcept : data_(std::data(range)), size_(std::size(range)) {}
 
+    /// As of a container.
     constexpr T* data() const noexcept { return data_; }
     constexpr std::size_t size() const noexcept { return size_; }
     constexpr bool empty() const noexcept { return size_ == 0; }
@@ -809,23 +820,28 @@ class Span {
 
 /// Corners in pixels, or in whatever the image width is given in.
 struct Box {
-    double left, top, right, bottom;
+    double left;   ///< x of the left edge
+    double top;    ///< y of the upper edge
+    double right;  ///< x of the right edge
+    double bottom; ///< y of the lower edge
 };
 
+/// What a detector says of one object in one frame.
 struct Detection {
     std::int64_t class_number; ///< any number, 0 as well
-    Box box;
-    float score;
+    Box box;                   ///< where it is
+    float score;               ///< takes part in nothing but the choice above the capacity
 };
 
 /// Stands for the detection of a track that was not matched.
 constexpr int NO_DETECTION = -1;
 
+/// One confirmed track in one frame.
 struct Track {
-    int id; ///< 1 to 1048574, the same from frame to frame
-    std::int64_t class_number;
-    Box box;       ///< may be inside out for some frames while an object shrinks fast
-    float score;   ///< of the detection matched last
+    int id;                    ///< 1 to 1048574, the same from frame to frame
+    std::int64_t class_number; ///< of the detection matched last
+    Box box;                   ///< may be inside out for some frames while an object shrinks fast
+    float score;               ///< of the detection matched last
     int detection; ///< the detection matched in this frame, as an index, or NO_DETECTION
 
     /// Whether it missed this frame, or this one and the one before: the box is its last one.
@@ -843,12 +859,13 @@ struct Tuning {
     bool ignore_class = false; ///< a detection may continue a track of another class
 };
 
+/// What a tracker is made with.
 struct TrackerOptions {
     double width = 0;    ///< of the image in pixels; has to be given, as nothing else can be right
     double units = 64;   ///< the same width in the library's units. Nothing is matched across 10
                          ///< units: of all values the first to get right. 16 to 100 are good.
     int capacity = 1024; ///< detections of a frame and tracks alive: twice the fullest frame
-    Tuning tuning;
+    Tuning tuning;       ///< gates and patience
 };
 
 namespace detail {
@@ -1012,6 +1029,7 @@ class Tracker {
         return Done(is_good);
     }
 
+    /// Detections of a frame and tracks alive, at most.
     std::size_t capacity() const noexcept { return capacity_; }
     /// Detections of the latest frame that the capacity had no room for.
     std::size_t dropped() const noexcept { return dropped_; }
