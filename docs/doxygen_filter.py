@@ -28,6 +28,8 @@ def header(file, text):
     text = re.sub(r"^(Result<.*> Matrix<.*>::clone\(\) const) \{\n.*?^\}$", "", text,
                   flags=re.MULTILINE | re.DOTALL)
     text = text.replace("  protected:", "  private:")
+    text = re.sub(r"(  private:\n)( +///.*\n)*    struct .*?^    \};\n", r"\1", text,
+                  flags=re.MULTILINE | re.DOTALL)
     # Doxygen takes a base that is a specialization of the same template for the class itself.
     text = text.replace(" : public Matrix<const T, CHANNELS> {", " {")
     text = paragraphs(text)
@@ -39,10 +41,12 @@ def paragraphs(text):
     blocks = re.split(r"\n\n", text)
     for n in range(1, len(blocks)):
         starts = re.match(r" */(//|\*\*)[ \n](?! \* @|@)", blocks[n])
-        is_class = re.search(r"^ *(class|struct|namespace|enum|private:|extern|#if|#endif)", blocks[n], re.MULTILINE)
+        is_class = re.search(r"^ *(class|struct|namespace|enum|private:|extern|#if|#endif)|^\};", blocks[n], re.MULTILINE)
         if starts and not is_class:
             blocks[n - 1] += "\x01"  # on the empty line in front, so that lines keep their numbers
             blocks[n] += "\x02"
+        elif re.search(r"^  public:\n +///", blocks[n], re.MULTILINE) and "\n};" not in blocks[n]:
+            blocks[n] = blocks[n].replace("  public:\n", "  public: /** @{ */\n") + "\x02"
     text = "\n\n".join(blocks)
     text = text.replace("\x02\x01\n\n", "\n/** @} *//** @{ */\n").replace("\x01\n\n", "\n/** @{ */\n")
     return text.replace("\x02\n\n", "\n/** @} */\n").replace("\x02", "/** @} */")
