@@ -41,7 +41,9 @@ def paragraphs(text):
     blocks = re.split(r"\n\n", text)
     for n in range(1, len(blocks)):
         starts = re.match(r" */(//|\*\*)[ \n](?! \* @|@)", blocks[n])
-        is_class = re.search(r"^ *(class|struct|namespace|enum|private:|extern|#if|#endif)|^\};", blocks[n], re.MULTILINE)
+        is_class = re.search(
+            r"^ *(class|struct|namespace|enum|private:|extern|#if|#endif)|^\};", blocks[n],
+            re.MULTILINE)
         if starts and not is_class:
             blocks[n - 1] += "\x01"  # on the empty line in front, so that lines keep their numbers
             blocks[n] += "\x02"
