@@ -32,21 +32,21 @@ block() {
     }
 }
 
-# run DOCUMENT HEADING N: runs the Nth block of commands below the heading, as it stands there.
+quietly() { "$@" >"$work/log" 2>&1 || { cat "$work/log"; exit 1; }; }
+
+# run DOCUMENT HEADING N: says and runs the Nth block of commands below the heading, as it stands there.
 run() {
     block "$1" "$2" sh "$3" >"$work/commands"
-    sh -e "$work/commands"
+    sed 's/^/   /' "$work/commands"
+    quietly sh -e "$work/commands"
 }
-
-quietly() { "$@" >"$work/log" 2>&1 || { cat "$work/log"; exit 1; }; }
 
 say "A compiler, CMake, pkg-config, man"
 quietly apt-get update
 quietly apt-get install g++ cmake make ninja-build pkg-config man-db
 
 say "Installing"
-quietly run README.md Installing 2
-cat "$work/commands"
+run README.md Installing 2
 dpkg-query -W -f '   ${Package} ${Version} ${Architecture}\n' libiv-tracker0 libiv-tracker-dev python3-libiv ivtrack
 
 say "The program of the README, by each of its compiler lines"
@@ -62,8 +62,7 @@ while read -r line; do
 done <"$work/lines"
 
 say "The examples, found by CMake"
-quietly run README.md Linking 2
-cat "$work/commands"
+run README.md Linking 2
 (
     set -- "$PWD" /usr cmake gcc g++
     . tests/consumers/consumer.sh
@@ -74,8 +73,7 @@ say "ivtrack"
 command_of detector <<'END'
 echo '{"frame":1,"detections":[{"class":2,"box":[10,10,50,90],"score":0.9}]}'
 END
-(cd samples/crossing && quietly run ../../README.md "Tracking a file or a stream" 1)
-cat "$work/commands"
+(cd samples/crossing && run ../../README.md "Tracking a file or a stream" 1)
 tests/checks/sample_picture.sh "$PWD" ivtrack
 man -w ivtrack
 
@@ -98,8 +96,7 @@ fi
 
 say "Removing"
 dpkg -L libiv-tracker0 libiv-tracker-dev python3-libiv ivtrack | sort -u >"$work/files"
-quietly run README.md Installing 3
-cat "$work/commands"
+run README.md Installing 3
 while read -r file; do
     if [ -e "$file" ] && [ ! -d "$file" ]; then
         echo "FAILED: $file is gone"
