@@ -7,6 +7,7 @@ import shutil
 import signal
 import subprocess
 import sys
+import threading
 from pathlib import Path
 
 import cv2
@@ -286,6 +287,8 @@ def test_a_run_that_is_stopped_keeps_what_it_has_written(tiny, tmp_path, kind):
     arguments = command(tiny, "out.avi", "--strip", "strip.png")
     run = subprocess.Popen(arguments, cwd=tmp_path, stderr=terminal, stdout=subprocess.PIPE)
     os.close(terminal)
+    guard = threading.Timer(300, run.kill)  # a hang fails instead of holding up the others
+    guard.start()
     told = os.read(keyboard, 100)  # from here on it waits for a reader before it is through
     run.send_signal(kind)
     with open(keyboard, "rb", buffering=0) as progress:
@@ -295,6 +298,7 @@ def test_a_run_that_is_stopped_keeps_what_it_has_written(tiny, tmp_path, kind):
         except OSError:  # the other end is closed
             pass
     out = run.communicate()[0].decode()
+    guard.cancel()
     assert run.returncode == 128 + kind
     frames = int(out.split()[0])
     assert out == f"{frames} frames, 0 tracks: out.avi\n"
