@@ -56,7 +56,7 @@ for architecture; do
         echo "FAILED: the packages for $architecture"
         exit 1
     }
-    lintian --allow-root --fail-on error,warning --show-overrides --tag-display-limit 0 \
+    lintian --allow-root --fail-on error,warning --tag-display-limit 0 \
         "$work"/*.changes
     mv "$work"/*.deb "$destination"
 done
