@@ -22,6 +22,13 @@ target_link_libraries(iv_build_options INTERFACE iv_warnings)
 # Contraction would fuse what the contract rounds twice. g++ ignores the pragma for it.
 target_compile_options(iv_build_options INTERFACE -ffp-contract=off)
 
+# Without it there is one table of kernels, for whatever the compiler's flags say, as on other machines.
+option(LIBIV_DISPATCH "On x86-64, choose the kernels by the CPU at run time" ON)
+if(LIBIV_DISPATCH AND CMAKE_SYSTEM_PROCESSOR MATCHES "x86_64|AMD64")
+    target_compile_definitions(iv_build_options INTERFACE IV_DISPATCH)
+    set(LIBIV_DISPATCHES ON)
+endif()
+
 option(LIBIV_SANITIZE "Build with the address and undefined-behaviour sanitizers" OFF)
 if(LIBIV_SANITIZE)
     set(sanitizers -fsanitize=address,undefined,float-cast-overflow -fno-sanitize-recover=all

@@ -99,7 +99,7 @@ struct Kernels {
     Nearest (*nearest)(const Centres&, const Range* ranges, int count, const Target&);
 };
 
-#if defined(__x86_64__)
+#ifdef IV_DISPATCH
 extern const Kernels KERNELS_BASELINE;
 extern const Kernels KERNELS_V3; ///< AVX2 and FMA
 extern const Kernels KERNELS_V4; ///< AVX-512: F, BW, DQ and VL

@@ -2,7 +2,7 @@
 
 #include "iv_lanes/kernels.h"
 
-#if defined(__x86_64__)
+#ifdef IV_DISPATCH
 
 #include <cpuid.h>
 #include <immintrin.h>

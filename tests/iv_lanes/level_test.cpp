@@ -27,7 +27,7 @@ TEST(Level, EveryTableHasANameOfItsOwnAndNoGap) {
     }
 }
 
-#if defined(__x86_64__)
+#ifdef IV_DISPATCH
 
 TEST(Level, RunsWhereTheCompilersOwnIdentificationSaysSo) {
     const bool v3 = __builtin_cpu_supports("avx2") && __builtin_cpu_supports("fma");

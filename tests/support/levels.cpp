@@ -4,7 +4,7 @@ using namespace iv::internal;
 
 namespace test {
 
-#if defined(__x86_64__)
+#ifdef IV_DISPATCH
 
 const std::vector<const Kernels*>& levels() {
     static const std::vector<const Kernels*> all{&KERNELS_BASELINE, &KERNELS_V3, &KERNELS_V4};
