@@ -4,8 +4,10 @@
 Every mutant is one edit of one line of src/: a comparison turned, a constant moved by one, a fused
 multiply-add taken apart, operands exchanged, a statement removed. It is built in a copy of the tree
 and tested, first by the digests of everything, then by the tests of its own stem, then by all; the
-first failure kills it, as does a run that uses up its time of the processor. What survives either
-lacks a test or changes nothing; survivors.tsv says of each of those why it changes nothing.
+first failure kills it, as does a run that uses up its time of the processor. Most of that happens in
+a build with one table of kernels; what lives there is tried once more in one with the tables of all
+instruction sets. What survives that, too, either lacks a test or changes nothing; survivors.tsv says
+of each of those why it changes nothing, and then the second trial is left out.
 
 Results are kept by the text of the line, so that a run goes on where the last one ended and only
 visits again what has changed; what survived is tried again when the tests have changed.
@@ -14,9 +16,12 @@ visits again what has changed; what survived is tried again when the tests have 
 import argparse
 import concurrent.futures
 import hashlib
+import json
 import os
+import platform
 import queue
 import re
+import shlex
 import shutil
 import subprocess
 import sys
@@ -55,6 +60,8 @@ FUSED = re.compile(r"\b(?:std::)?(?:__builtin_)?(?:fmaf?|multiply_add)\(")
 STATEMENT = re.compile(r"^\s+(?!return\b|using\b|const\b|constexpr\b|static|auto\b|case\b|template\b)"
                        r"[\w.\->\[\]:*+ ]*(?:\(.*\)| [-+|&^]?= .*|\+\+|--);$")  # fmt: skip
 DECLARATION = re.compile(r"^\s+(?:[\w:]+(?:<.*>)?[*&]? )+\w+(?:\[.*\])?(?:\{.*\})? = ")
+# Room for one more value changes nothing.
+ROOM = re.compile(r"^\s+(?:alignas\(\d+\) )?[\w:]+(?:<.*>)? \w+\[[^=(]*\](?:\{\})?;$")
 SKIPPED = re.compile(r"^\s*(?:#|//|/?\*|static_assert|template|using |friend |extern )")
 
 
@@ -79,7 +86,7 @@ def mutations_of(line):
         before, after = code[: m.start()], code[m.end() :]
         yield f"{m.group().strip()} to {OPPOSITES[m.group()].strip()}", \
             before + OPPOSITES[m.group()] + after
-    for m in NUMBER.finditer(code):
+    for m in NUMBER.finditer("" if ROOM.match(code) else code):
         whole, fraction, suffix = m.groups()
         if not fraction:
             changed = f"{int(whole) + 1}{suffix}"
@@ -114,6 +121,9 @@ class Mutant:
         self.what, self.mutated = what, mutated
         self.key = "\t".join([file, line.strip(), f"{what} #{occurrence}"])
 
+    def stands_in(self, lines):
+        return self.number in lines.get(self.file, ())
+
     def hash(self):
         return int.from_bytes(hashlib.sha256(self.key.encode()).digest()[:8], "big")
 
@@ -140,24 +150,36 @@ def tests_digest():
     return digest.hexdigest()[:12]
 
 
-class Worker:
-    """A copy of the tree with a build of its own."""
+class Build:
+    """A build of a copy of the tree."""
 
-    def __init__(self, number):
-        self.tree = BUILD / f"tree{number}"
-        self.build = BUILD / f"build{number}"
+    def __init__(self, tree, build, options, whole):
+        self.tree, self.build, self.options, self.whole = tree, build, options, whole
+        self.link = None  # how the tests are linked, once they are built
+
+    def configure(self):
+        run(["cmake", "-S", str(self.tree), "-B", str(self.build), "-G", "Ninja",
+             "-DCMAKE_BUILD_TYPE=", "-DLIBIV_TOOLS=OFF", "-DLIBIV_PYTHON=OFF", "-DLIBIV_INSTALL=OFF",
+             "-DLIBIV_WERROR=ON", "-DCMAKE_EXPORT_COMPILE_COMMANDS=ON",
+             "-DCMAKE_EXE_LINKER_FLAGS=-fuse-ld=gold", *self.options])  # fmt: skip
 
     def prepare(self):
-        self.tree.mkdir(parents=True, exist_ok=True)
-        for part in ("src", "tests", "cmake", "CMakeLists.txt"):
-            copy_changed(ROOT / part, self.tree / part)
-        run(["cmake", "-S", str(self.tree), "-B", str(self.build), "-G", "Ninja",
-             "-DCMAKE_BUILD_TYPE=", "-DCMAKE_CXX_FLAGS=-O1 -DNDEBUG", "-DLIBIV_TOOLS=OFF",
-             "-DLIBIV_PYTHON=OFF", "-DLIBIV_INSTALL=OFF",
-             "-DLIBIV_WERROR=ON"])  # fmt: skip
-        run(["ninja", "-C", str(self.build), "libiv_tests"])
+        if not self.link:
+            self.configure()
+            run(["ninja", "-C", str(self.build), "libiv_tests"])
+            commands = run(["ninja", "-C", str(self.build), "-t", "commands", "libiv_tests"])
+            self.link = commands.splitlines()[-1]
+            if self.fails("*", 240):
+                sys.exit(f"mutate.py: the tests in {self.build} fail without any change")
 
-    def tests(self, selection, seconds):
+    def builds(self):
+        """The library alone, with tests as they are, or with those anew that see into its headers."""
+        build = f"cd {self.build} && " + (
+            "ninja libiv_tests" if self.whole else f"ninja src/libiv.a && {self.link}")
+        return subprocess.run(["sh", "-c", build], stdout=subprocess.DEVNULL,
+                              stderr=subprocess.DEVNULL).returncode == 0  # fmt: skip
+
+    def fails(self, selection, seconds):
         """Whether tests fail, crash or take too long, by the processor's time: others may use it, too."""
         command = [str(self.build / "tests" / "libiv_tests"), "--gtest_brief=1",
                    "--gtest_fail_fast", f"--gtest_filter={selection}"]  # fmt: skip
@@ -170,20 +192,55 @@ class Worker:
         except subprocess.TimeoutExpired:
             return True
 
-    def judge(self, mutant):
+    def lines(self):
+        """The lines of src/ that the preprocessor leaves in, as {file: {number from 0}}."""
+        kept = {}
+        for command in json.loads((self.build / "compile_commands.json").read_text()):
+            if "/src/" not in command["file"] or "/tests/" in command["file"]:
+                continue
+            words = shlex.split(command["command"])
+            words = words[: words.index("-o")] + ["-E", "-o", "-", command["file"]]
+            text = subprocess.run(words, cwd=command["directory"], stdout=subprocess.PIPE, text=True,
+                                  check=True).stdout  # fmt: skip
+            file, number = "", 0
+            for line in text.splitlines():
+                marker = re.match(r'# (\d+) "(.*?)"', line)
+                if marker:
+                    number, file = int(marker.group(1)) - 1, marker.group(2)
+                else:
+                    if line.strip() and file.startswith(f"{self.tree}/src/"):
+                        kept.setdefault(file[len(f"{self.tree}/") :], set()).add(number)
+                    number += 1
+        return kept
+
+
+class Worker:
+    """A copy of the tree with two builds of its own."""
+
+    def __init__(self, number):
+        self.tree = BUILD / f"tree{number}"
+        one = ["-march=x86-64-v3"] if platform.machine() == "x86_64" else []
+        self.quick = Build(self.tree, BUILD / f"quick{number}", [
+            "-DLIBIV_DISPATCH=OFF", f"-DCMAKE_CXX_FLAGS={' '.join(['-O1', '-DNDEBUG', *one])}"], False)
+        self.full = Build(self.tree, BUILD / f"full{number}", ["-DCMAKE_CXX_FLAGS=-O1 -DNDEBUG"], True)
+
+        self.tree.mkdir(parents=True, exist_ok=True)
+        for part in ("src", "tests", "cmake", "CMakeLists.txt"):
+            copy_changed(ROOT / part, self.tree / part)
+
+    def judge(self, mutant, build):
+        build.prepare()
         path = self.tree / mutant.file
         original = path.read_text()
         lines = original.splitlines(keepends=True)
         lines[mutant.number] = mutant.mutated + "\n"
         try:
             path.write_text("".join(lines))
-            built = subprocess.run(["ninja", "-C", str(self.build), "libiv_tests"],
-                                   stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)  # fmt: skip
-            if built.returncode:
+            if not build.builds():
                 return "does not build"
             own = next((t for p, t in TESTS_OF.items() if mutant.file.startswith(p)), "Level*")
             for selection, seconds in [(BROAD, 60), (own, 60), ("*", 240)]:
-                if self.tests(selection, seconds):
+                if build.fails(selection, seconds):
                     return "killed"
             return "survived"
         finally:
@@ -208,10 +265,11 @@ def run(command):
     done = subprocess.run(command, stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True)
     if done.returncode:
         sys.exit(f"mutate.py: {' '.join(command)} failed:\n{done.stdout}")
+    return done.stdout
 
 
 def read_table(path):
-    """{key: last column} of a table with four columns."""
+    """{key: last column} of a table with four columns; of rows with one key the last counts."""
     if not path.exists():
         return {}
     rows = (line.rstrip("\n").rsplit("\t", 1) for line in path.read_text().splitlines()
@@ -233,7 +291,6 @@ def main():
     for key in reasons.keys() - {m.key for m in mutants}:
         sys.exit(f"{SURVIVORS}: no such mutant: {key}")
     mutants = [m for m in mutants if re.search(options.files, m.file)]
-    total = len(mutants)
     if options.share:
         mutants = [m for m in mutants if m.hash() % options.share == 0]
     if options.list:
@@ -242,48 +299,64 @@ def main():
         return
 
     BUILD.mkdir(parents=True, exist_ok=True)
+    tests = tests_digest()
     results = BUILD / "results.tsv"
-    survived_these = f"survived {tests_digest()}"
-    known = {key: "survived" if fate == survived_these else fate
-             for key, fate in read_table(results).items()
-             if fate == survived_these or not fate.startswith("survived")}  # fmt: skip
-    left = [m for m in mutants if m.key not in known]
-    left.sort(key=Mutant.hash)  # what an unfinished run has seen is a fair sample
-    workers = queue.SimpleQueue()
-    for number in range(min(options.jobs, max(len(left), 1))):
-        worker = Worker(number)
-        if left:
-            print(f"Building copy {number + 1}", flush=True)
-            worker.prepare()
-        workers.put(worker)
+    known = {}
+    for key, fate in read_table(results).items():
+        if fate.endswith(f" by {tests}"):
+            known[key] = fate.removesuffix(f" by {tests}")
+        elif " by " not in fate:
+            known[key] = fate
 
-    def judge(mutant):
-        worker = workers.get()
-        try:
-            return mutant, worker.judge(mutant)
-        finally:
-            workers.put(worker)
+    workers = [Worker(number) for number in range(options.jobs)]
+    for build in (workers[0].quick, workers[0].full):
+        build.configure()
+    quick, full = workers[0].quick.lines(), workers[0].full.lines()
+    elsewhere = [m for m in mutants if not m.stands_in(quick) and not m.stands_in(full)]
+    mutants = [m for m in mutants if m.stands_in(quick) or m.stands_in(full)]
+    mutants.sort(key=Mutant.hash)  # what an unfinished run has seen is a fair sample
 
-    with results.open("a") as table, \
-            concurrent.futures.ThreadPoolExecutor(options.jobs) as pool:  # fmt: skip
-        for count, (mutant, fate) in enumerate(pool.map(judge, left), 1):
-            known[mutant.key] = fate
-            print(mutant.key, survived_these if fate == "survived" else fate, sep="\t",
-                  file=table, flush=True)  # fmt: skip
-            if fate == "survived" and mutant.key not in reasons:
-                print(f"\n{mutant.file}:{mutant.number + 1}: {mutant.what}: survived\n"
-                      f"-{mutant.line}\n+{mutant.mutated}", flush=True)  # fmt: skip
-            if sys.stdout.isatty():
-                print(f"\r{count} of {len(left)}", end="", flush=True)
+    free = queue.SimpleQueue()
+    for worker in workers:
+        free.put(worker)
 
-    fates = [known[m.key] for m in mutants if m.key in known]
-    survived = [m for m in mutants if known.get(m.key) == "survived"]
-    unexplained = [m for m in survived if m.key not in reasons]
-    alive = len(fates) - fates.count("does not build")
-    print(f"\n{len(fates)} of {total} mutants tried ({100 * len(fates) // max(total, 1)} %): "
-          f"{fates.count('does not build')} do not build, {fates.count('killed')} of {alive} killed, "
-          f"{len(survived) - len(unexplained)} change nothing, {len(unexplained)} survived")
-    sys.exit(bool(unexplained))
+    def visit(stage, candidates, survived):
+        """Judges mutants by one of the builds, all workers at once."""
+
+        def judge(mutant):
+            worker = free.get()
+            try:
+                return mutant, worker.judge(mutant, stage(worker))
+            finally:
+                free.put(worker)
+
+        with results.open("a") as table, \
+                concurrent.futures.ThreadPoolExecutor(options.jobs) as pool:  # fmt: skip
+            for count, (mutant, fate) in enumerate(pool.map(judge, candidates), 1):
+                known[mutant.key] = fate = survived if fate == "survived" else fate
+                print(mutant.key, f"{fate} by {tests}" if fate == survived else fate, sep="\t",
+                      file=table, flush=True)  # fmt: skip
+                if fate == "survived":
+                    print(f"\n{mutant.file}:{mutant.number + 1}: {mutant.what}: survived\n"
+                          f"-{mutant.line}\n+{mutant.mutated}", flush=True)  # fmt: skip
+                if sys.stdout.isatty():
+                    print(f"\r{count} of {len(candidates)}", end="", flush=True)
+
+    visit(lambda worker: worker.quick,
+          [m for m in mutants if m.stands_in(quick) and m.key not in known], "lived")  # fmt: skip
+    visit(lambda worker: worker.full,
+          [m for m in mutants if known.get(m.key, "lived") == "lived" and m.key not in reasons],
+          "survived")  # fmt: skip
+
+    fates = [known.get(m.key) for m in mutants]
+    tried = [f for f in fates if f]
+    explained = sum(m.key in reasons for m in mutants if known.get(m.key) in ("lived", "survived"))
+    killed, survived = fates.count("killed"), fates.count("lived") + fates.count("survived")
+    print(f"\n{len(tried)} of {len(mutants)} mutants tried: {fates.count('does not build')} do not "
+          f"build, {killed} of {killed + survived} killed, {explained} change nothing, "
+          f"{survived - explained} survived; {len(elsewhere)} more stand in code for other "
+          "machines")  # fmt: skip
+    sys.exit(survived > explained)
 
 
 if __name__ == "__main__":
