@@ -114,8 +114,8 @@ def _load() -> ctypes.CDLL:
         except (OSError, AttributeError) as error:  # not there, or another library of the name
             failures.append(str(error))
     raise ImportError(
-        f"libiv: expected the shared library {SONAME} installed, built by `cmake --preset release "
-        f"&& cmake --build --preset release`, or named by {VARIABLE}; tried: {'; '.join(failures)}"
+        f"libiv: expected the shared library {SONAME} installed, built by `./dev demo`, or "
+        f"named by {VARIABLE}; tried: {'; '.join(failures)}"
     )
 
 
