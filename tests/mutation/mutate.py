@@ -10,7 +10,8 @@ instruction sets. What survives that, too, either lacks a test or changes nothin
 of each of those why it changes nothing, and then the second trial is left out.
 
 Results are kept by the text of the line, so that a run goes on where the last one ended and only
-visits again what has changed; what survived is tried again when the tests have changed.
+visits again what has changed; what survived is tried again when the tests have changed, unless it
+changes nothing.
 """
 
 import argparse
@@ -120,6 +121,10 @@ class Mutant:
         self.file, self.number, self.line = file, number, line
         self.what, self.mutated = what, mutated
         self.key = "\t".join([file, line.strip(), f"{what} #{occurrence}"])
+        self.any_key = "\t".join([file, line.strip(), "any"])
+
+    def is_explained(self, reasons):
+        return self.key in reasons or self.any_key in reasons
 
     def stands_in(self, lines):
         return self.number in lines.get(self.file, ())
@@ -288,7 +293,7 @@ def main():
 
     mutants = all_mutants()
     reasons = read_table(SURVIVORS)
-    for key in reasons.keys() - {m.key for m in mutants}:
+    for key in reasons.keys() - {m.key for m in mutants} - {m.any_key for m in mutants}:
         sys.exit(f"{SURVIVORS}: no such mutant: {key}")
     mutants = [m for m in mutants if re.search(options.files, m.file)]
     if options.share:
@@ -302,11 +307,11 @@ def main():
     tests = tests_digest()
     results = BUILD / "results.tsv"
     known = {}
-    for key, fate in read_table(results).items():
-        if fate.endswith(f" by {tests}"):
-            known[key] = fate.removesuffix(f" by {tests}")
-        elif " by " not in fate:
-            known[key] = fate
+    fates = read_table(results)
+    for m in mutants:
+        fate, _, by = fates.get(m.key, "").partition(" by ")
+        if fate and (by in ("", tests) or m.is_explained(reasons)):
+            known[m.key] = fate
 
     workers = [Worker(number) for number in range(options.jobs)]
     for build in (workers[0].quick, workers[0].full):
@@ -345,12 +350,14 @@ def main():
     visit(lambda worker: worker.quick,
           [m for m in mutants if m.stands_in(quick) and m.key not in known], "lived")  # fmt: skip
     visit(lambda worker: worker.full,
-          [m for m in mutants if known.get(m.key, "lived") == "lived" and m.key not in reasons],
+          [m for m in mutants
+           if known.get(m.key, "lived") == "lived" and not m.is_explained(reasons)],
           "survived")  # fmt: skip
 
     fates = [known.get(m.key) for m in mutants]
     tried = [f for f in fates if f]
-    explained = sum(m.key in reasons for m in mutants if known.get(m.key) in ("lived", "survived"))
+    explained = sum(m.is_explained(reasons) for m in mutants
+                    if known.get(m.key) in ("lived", "survived"))  # fmt: skip
     killed, survived = fates.count("killed"), fates.count("lived") + fates.count("survived")
     print(f"\n{len(tried)} of {len(mutants)} mutants tried: {fates.count('does not build')} do not "
           f"build, {killed} of {killed + survived} killed, {explained} change nothing, "
