@@ -287,6 +287,8 @@ def main():
     parser.add_argument("--share", type=int, metavar="N",
                         help="only one mutant of N, the same ones whatever else changes")  # fmt: skip
     parser.add_argument("--files", default="", metavar="REGEX", help="only in files that match")
+    parser.add_argument("--quick", action="store_true",
+                        help="leave out the second trial, with all tables of kernels")  # fmt: skip
     parser.add_argument("--jobs", type=int, default=os.cpu_count(), metavar="N")
     parser.add_argument("--list", action="store_true", help="list the mutants and end")
     options = parser.parse_args()
@@ -349,10 +351,11 @@ def main():
 
     visit(lambda worker: worker.quick,
           [m for m in mutants if m.stands_in(quick) and m.key not in known], "lived")  # fmt: skip
-    visit(lambda worker: worker.full,
-          [m for m in mutants
-           if known.get(m.key, "lived") == "lived" and not m.is_explained(reasons)],
-          "survived")  # fmt: skip
+    if not options.quick:
+        visit(lambda worker: worker.full,
+              [m for m in mutants
+               if known.get(m.key, "lived") == "lived" and not m.is_explained(reasons)],
+              "survived")  # fmt: skip
 
     fates = [known.get(m.key) for m in mutants]
     tried = [f for f in fates if f]
