@@ -62,8 +62,9 @@ STATEMENT = re.compile(r"^\s+(?!return\b|using\b|const\b|constexpr\b|static|auto
                        r"[\w.\->\[\]:*+ ]*(?:\(.*\)| [-+|&^]?= .*|\+\+|--);$")  # fmt: skip
 DECLARATION = re.compile(r"^\s+(?:[\w:]+(?:<.*>)?[*&]? )+\w+(?:\[.*\])?(?:\{.*\})? = ")
 # Room for one more value changes nothing.
-ROOM = re.compile(r"^\s+(?:alignas\(\d+\) )?[\w:]+(?:<.*>)? \w+\[[^=(]*\](?:\{\})?;$")
-SKIPPED = re.compile(r"^\s*(?:#|//|/?\*|static_assert|template|using |friend |extern )")
+ROOM = re.compile(r"^\s+(?:alignas\(\d+\) )?[\w:]+(?:<.*>)? \w+\[[^=(]*\](?:, \w+\[[^=(]*\])*(?:\{\})?;")
+# Neither do hints.
+SKIPPED = re.compile(r"^\s*(?:#|//|/?\*|static_assert|template|using |friend |extern |__builtin_prefetch)")
 
 
 def arguments_end(text, start):
@@ -244,7 +245,7 @@ class Worker:
             if not build.builds():
                 return "does not build"
             own = next((t for p, t in TESTS_OF.items() if mutant.file.startswith(p)), "Level*")
-            for selection, seconds in [(BROAD, 60), (own, 60), ("*", 240)]:
+            for selection, seconds in [(BROAD, 15), (own, 60), ("*", 240)]:
                 if build.fails(selection, seconds):
                     return "killed"
             return "survived"
