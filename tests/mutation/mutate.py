@@ -167,7 +167,9 @@ class Build:
         run(["cmake", "-S", str(self.tree), "-B", str(self.build), "-G", "Ninja",
              "-DCMAKE_BUILD_TYPE=", "-DLIBIV_TOOLS=OFF", "-DLIBIV_PYTHON=OFF", "-DLIBIV_INSTALL=OFF",
              "-DLIBIV_WERROR=ON", "-DCMAKE_EXPORT_COMPILE_COMMANDS=ON",
-             "-DCMAKE_EXE_LINKER_FLAGS=-fuse-ld=gold", *self.options])  # fmt: skip
+             "-DCMAKE_EXE_LINKER_FLAGS=-fuse-ld=gold",
+             "-DCMAKE_GTEST_DISCOVER_TESTS_DISCOVERY_MODE=PRE_TEST",  # not at every link
+             *self.options])  # fmt: skip
 
     def prepare(self):
         if not self.link:
