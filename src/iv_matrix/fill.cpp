@@ -51,7 +51,6 @@ void set_diagonal(const void* diagonal, std::ptrdiff_t step, const iv_mat_t* mat
     const std::ptrdiff_t cols = mat->cols;
     const std::ptrdiff_t n = rows <= cols ? rows : cols;
     const std::ptrdiff_t size = IV_ELEM_SIZE1(mat->type);
-    // Not covered: storage of 2^31 values
     const bool simple = IV_MAT_CN(mat->type) == 1 && n >= 1 && rows * cols <= INT_MAX;
     const std::ptrdiff_t bytes = simple ? rows * cols * size : 0;
     if (!simple || overlap(values, n * size, mat->data.p, bytes)) {

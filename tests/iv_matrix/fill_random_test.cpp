@@ -91,6 +91,22 @@ TEST(FillRandom, CountsOfValuesWrapAt32Bits) {
     }
 }
 
+// The diagonal is written, but no zeros behind it: the count of all values is negative.
+TEST(FillRandom, DiagonalOfTwoToThe31ValuesEndsWithItsLastValue) {
+    Random random(test::seed() + 6);
+    for (int depth = model::U8; depth <= model::F64; ++depth) {
+        Twin twin(random);
+        Operand mat = twin.place(depth, 1, 10);
+        const Operand values = twin.place(depth, 1, 2);
+        mat.mat.rows = 1 << 30;
+        mat.mat.cols = 2;
+        twin.run([&](auto side, auto at) { side.setidentity(at(mat)); });
+        twin.expect_same(mat, NanRule::COPIED);
+        twin.run([&](auto side, auto at) { side.setdiagonal(at(values).data, at(mat)); });
+        twin.expect_same(mat, NanRule::COPIED);
+    }
+}
+
 TEST(RecordRandom, HeaderTakesAnyFieldsAndItsStepWrapsAt32Bits) {
     Random random(test::seed() + 5);
     unsigned char value = 0;
