@@ -96,12 +96,17 @@ TYPED_TEST(EachDepthTranspose, OverlappingElementsMoveValueByValue) {
 
 TYPED_TEST(EachDepthTranspose, EmptyMatricesWriteNothing) {
     using T = typename TypeParam::Scalar;
-    Matrix<T> a(TypeParam::code, 0, 3, {1, 2, 3});
-    Matrix<T> b(TypeParam::code, 3, 0, {9, 9, 9});
-    iv_mat_transpose(a, b);
-    EXPECT_EQ(b.values(), (std::vector<T>{9, 9, 9}));
-    iv_mat_transpose(b, a);
-    EXPECT_EQ(a.values(), (std::vector<T>{1, 2, 3}));
+    struct Shape {
+        int rows, cols;
+    };
+    for (const Shape& shape : {Shape{0, 3}, Shape{0, 1}, Shape{-1, 1}, Shape{-3, 1}}) {
+        Matrix<T> a(TypeParam::code, shape.rows, shape.cols, {1, 2, 3});
+        Matrix<T> b(TypeParam::code, shape.cols, shape.rows, {9, 9, 9});
+        iv_mat_transpose(a, b);
+        EXPECT_EQ(b.values(), (std::vector<T>{9, 9, 9})) << shape.rows << " x " << shape.cols;
+        iv_mat_transpose(b, a);
+        EXPECT_EQ(a.values(), (std::vector<T>{1, 2, 3})) << shape.cols << " x " << shape.rows;
+    }
 }
 
 TYPED_TEST(EachDepthTranspose, StepIsNotRead) {
