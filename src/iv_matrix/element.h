@@ -5,7 +5,6 @@
 #ifndef LIBIV_MATRIX_ELEMENT_H
 #define LIBIV_MATRIX_ELEMENT_H
 
-#include <cmath>
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
@@ -38,21 +37,15 @@ struct Arithmetic {
     static T add(T a, T b) { return static_cast<T>(static_cast<Wide>(a) + static_cast<Wide>(b)); }
     static T sub(T a, T b) { return static_cast<T>(static_cast<Wide>(a) - static_cast<Wide>(b)); }
     static T mul(T a, T b) { return static_cast<T>(static_cast<Wide>(a) * static_cast<Wide>(b)); }
-    /// sum + a * b
-    static T mul_add(T sum, T a, T b) { return add(sum, mul(a, b)); }
-    /// sum - a * b
-    static T mul_sub(T sum, T a, T b) { return sub(sum, mul(a, b)); }
 };
 
-/// The arithmetic of a float type: a term enters a sum by one fused multiply-add, rounded once.
+/// The arithmetic of a float type.
 template <class T>
 struct Arithmetic<T, true> {
     static T neg(T a) { return -a; }
     static T add(T a, T b) { return a + b; }
     static T sub(T a, T b) { return a - b; }
     static T mul(T a, T b) { return a * b; }
-    static T mul_add(T sum, T a, T b) { return std::fma(a, b, sum); }
-    static T mul_sub(T sum, T a, T b) { return std::fma(-a, b, sum); }
 };
 
 template <class T>
