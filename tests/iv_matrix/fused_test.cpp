@@ -1,6 +1,7 @@
 // The fused products: multiply-add and multiply-subtract.
 #include <gtest/gtest.h>
 
+#include <cstring>
 #include <limits>
 #include <type_traits>
 
@@ -290,6 +291,21 @@ TYPED_TEST(EachDepthFused, SubMulCopiesTheFirstOperandByItsOwnStep) {
     EXPECT_EQ(difference(3 * size), (std::vector<T>{91, 82, 83, 64, 5, 6, 99}));
     EXPECT_EQ(difference(size), (std::vector<T>{91, 82, 79, 59, 99, 99, 99}));
     EXPECT_EQ(difference(0), (std::vector<T>{89, 79, 79, 59, 99, 99, 99}));
+}
+
+// One byte of the addend's first value, and the sums go on from what that makes of the destination's.
+TYPED_TEST(EachDepthFused, StepOfOneByteCopiesOneByte) {
+    using T = typename TypeParam::Scalar;
+    const int type = TypeParam::code;
+    Matrix<T> a(type, 1, 1, {0}), b(type, 1, 2, {3, 5});
+    Matrix<T> from(type, 1, 2, {1, 2}), d(type, 1, 2, {9, 9}), e(type, 1, 2, {9, 9});
+    std::vector<T> expected{9, 9};
+    std::memcpy(expected.data(), from->data.p, 1);
+    b->step = from->step = 1;
+    iv_mat_muladd(a, b, from, d, 0);
+    EXPECT_EQ(d.values(), expected);
+    iv_mat_submul(from, a, b, e, 0);
+    EXPECT_EQ(e.values(), expected);
 }
 
 TYPED_TEST(EachDepthFused, TwoNegativeLengthsCopyTheStartOfTheSumAndNoMore) {

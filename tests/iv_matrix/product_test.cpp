@@ -174,17 +174,20 @@ TYPED_TEST(EachDepthProduct, EmptyResultWritesNothing) {
     using T = typename TypeParam::Scalar;
     const int type = TypeParam::code;
     const std::vector<T> ones(9, T{1}), nines(9, T{9});
-    Matrix<T> full(type, 3, 3, ones), no_rows(type, 0, 3, ones), no_columns(type, 3, 0, ones);
-    Matrix<T> d(type, 0, 3, nines);
-    iv_mat_mul(no_rows, full, d, 0);
-    iv_mat_mul(no_columns, full, d, IV_MAT_TRANS_SRC1);
-    iv_mat_mul(no_rows, full, d, IV_MAT_TRANS_SRC2);
-    EXPECT_EQ(d.values(), nines);
-    Matrix<T> e(type, 3, 0, nines);
-    iv_mat_mul(full, no_columns, e, 0);
-    iv_mat_mul(full, no_columns, e, IV_MAT_TRANS_SRC1);
-    iv_mat_mul(full, no_rows, e, IV_MAT_TRANS_SRC2);
-    EXPECT_EQ(e.values(), nines);
+    for (const int length : {0, -1, -3}) {
+        Matrix<T> full(type, 3, 3, ones);
+        Matrix<T> no_rows(type, length, 3, ones), no_columns(type, 3, length, ones);
+        Matrix<T> d(type, length, 3, nines);
+        iv_mat_mul(no_rows, full, d, 0);
+        iv_mat_mul(no_columns, full, d, IV_MAT_TRANS_SRC1);
+        iv_mat_mul(no_rows, full, d, IV_MAT_TRANS_SRC2);
+        EXPECT_EQ(d.values(), nines) << length << " rows";
+        Matrix<T> e(type, 3, length, nines);
+        iv_mat_mul(full, no_columns, e, 0);
+        iv_mat_mul(full, no_columns, e, IV_MAT_TRANS_SRC1);
+        iv_mat_mul(full, no_rows, e, IV_MAT_TRANS_SRC2);
+        EXPECT_EQ(e.values(), nines) << length << " columns";
+    }
 }
 
 TYPED_TEST(EachDepthProduct, InnerDimensionOfZeroStillFormsTheFirstTerm) {
