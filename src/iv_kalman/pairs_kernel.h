@@ -359,17 +359,13 @@ template <class Pairing>
 
     // The inverse of positive values on a diagonal: every factor of the elimination is a zero.
     const Four diagonal = Pairing::template of_pairs<0>(temp3);
-    Pair scales[2];
-    Four scaled[2], inverted[2];
+    Four inverted[2];
     each<2>([&](auto p) IV_INLINED {
-        const Pair pivots =
-            widen<Pair>(p ? __builtin_shufflevector(diagonal, diagonal, 2, 3, 2, 3) : diagonal);
-        scales[p] = 1.0 / pivots;
-        inverted[p] = narrow(scales[p]);
-        scaled[p] = narrow(pivots * scales[p]);
+        inverted[p] =
+            narrow(1.0 / widen<Pair>(p ? __builtin_shufflevector(diagonal, diagonal, 2, 3, 2, 3)
+                                       : diagonal));
     });
     const Four temp4 = __builtin_shufflevector(inverted[0], inverted[1], 0, 1, 4, 5);
-    const Four left = __builtin_shufflevector(scaled[0], scaled[1], 0, 1, 4, 5);
 
     // K = temp2 temp4', x_post = K temp5 + x_pre
     const Eight K = fused(temp2, Pairing::of_states(temp4), zero);
@@ -403,10 +399,11 @@ template <class Pairing>
     x_post.store(k.x_post->data.f);
     store_pairs<Pairing>(k.temp1->data.f, temp1);
     store_pairs<Pairing>(k.P_post->data.f, P_post);
-    each<3>([&](auto i) IV_INLINED { // as far as a later call can read
-        store_whole(work_area.rows[i + 1], both_of(left, lane_mask(i + 1)));
+    // As far as a later call can read: a pivot times its reciprocal in double rounds to 1.
+    each<3>([&](auto i) IV_INLINED {
+        store_whole(work_area.rows[i + 1], both_of(splat<Four>(1.0f), lane_mask(i + 1)));
     });
-    store_whole(&work_area.rows[3][4], both_of(temp4, lane_mask(3)));
+    store_whole(&work_area.rows[3][4], splat<Four>(0.0f));
     return true;
 }
 
