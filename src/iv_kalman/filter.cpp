@@ -67,27 +67,26 @@ constexpr std::ptrdiff_t size_of(int rows, int cols) {
 enum Own { X_PRE, X_POST, P_PRE, P_POST, GAIN, TEMP1, TEMP2, TEMP3, TEMP4, TEMP5, OWN };
 struct Place {
     int rows, cols;
-    std::ptrdiff_t offset; ///< of the header, from the end of the record
+    std::ptrdiff_t offset = 0; ///< of the header, from the end of the record
 };
 struct Layout {
     Place own[OWN];
-    std::ptrdiff_t bytes;
+    std::ptrdiff_t bytes = 0;
 };
 
 constexpr Layout fused_layout() {
     constexpr int ns = FUSED_NS;
     constexpr int nm = FUSED_NM;
-    Layout layout{{{ns, 1, 0},
-                   {ns, 1, 0},
-                   {ns, ns, 0},
-                   {ns, ns, 0},
-                   {ns, nm, 0},
-                   {ns, ns, 0},
-                   {ns, nm, 0},
-                   {nm, nm, 0},
-                   {nm, nm, 0},
-                   {nm, 1, 0}},
-                  0};
+    Layout layout{{{ns, 1},
+                   {ns, 1},
+                   {ns, ns},
+                   {ns, ns},
+                   {ns, nm},
+                   {ns, ns},
+                   {ns, nm},
+                   {nm, nm},
+                   {nm, nm},
+                   {nm, 1}}};
     for (Place& place : layout.own) { // sizes that leave no gaps
         place.offset = layout.bytes;
         layout.bytes += std::ptrdiff_t{sizeof(iv_mat_t)} + size_of(place.rows, place.cols);
