@@ -195,11 +195,9 @@ void tracker_get_tracks(tracker_t* tracker, float (*output)[8]) {
         row[5] = obj->y + obj->h * 0.5f;
         row[6] = obj->s;
         row[7] = static_cast<float>(obj->match_idx);
-        if (++n == tracker->nmaxobjs) {
-            break; // a full list has no end mark
-        }
+        ++n;
     }
-    if (n < tracker->nmaxobjs) {
+    if (n < tracker->nmaxobjs) { // a full list has no end mark
         output[n][0] = -1.0f;
     }
 }
