@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <limits>
 
 #include "iv_tracker.h"
 
@@ -36,6 +37,12 @@ TEST(TrackerOverlap, BoxesApartDoNotOverlap) {
 TEST(TrackerOverlap, TouchingBoxesDoNotOverlap) {
     EXPECT_EQ(iou({0, 0, 2, 2}, {2, 0, 2, 2}), 0.0f);
     EXPECT_EQ(iou({0, 0, 2, 2}, {0, 2, 2, 2}), 0.0f);
+}
+
+TEST(TrackerOverlap, TouchingBoxesOfInfiniteLengthDoNotOverlap) {
+    const float infinite = std::numeric_limits<float>::infinity();
+    EXPECT_EQ(iou({0, 0, infinite, 2}, {0, 2, infinite, 2}), 0.0f);
+    EXPECT_EQ(iou({0, 0, 2, infinite}, {2, 0, 2, infinite}), 0.0f);
 }
 
 TEST(TrackerOverlap, NestedBoxesOverlapByTheRatioOfTheirAreas) {
