@@ -6,6 +6,7 @@
 #pragma GCC diagnostic ignored "-Wsign-conversion"
 #pragma GCC diagnostic ignored "-Wunused-function"
 
+#include <array>
 #include <cstring>
 #include <functional>
 #include <string>
@@ -41,6 +42,14 @@ void correct_by_calls(const iv_kalman_t& k, iv_mat_t* z) {
     iv_mat_mul(k.temp1, k.P_pre, k.P_post, IV_MAT_TRANS_SRC2);
 }
 
+/// The results of a filter, then its model.
+constexpr iv_mat_t* iv_kalman_t::*FIELDS[] = {
+    &iv_kalman_t::x_pre, &iv_kalman_t::x_post, &iv_kalman_t::P_pre, &iv_kalman_t::P_post,
+    &iv_kalman_t::K,     &iv_kalman_t::temp1,  &iv_kalman_t::temp2, &iv_kalman_t::temp3,
+    &iv_kalman_t::temp4, &iv_kalman_t::temp5,  &iv_kalman_t::A,     &iv_kalman_t::H,
+    &iv_kalman_t::Q,     &iv_kalman_t::R};
+constexpr std::size_t MATRICES = 15; ///< with the measurement
+
 /// A filter with a model and a measurement of its own.
 struct FilterWithModel {
     iv_kalman_t* k = iv_kalman_create(NS, NM, 0, nullptr, nullptr, nullptr, nullptr);
@@ -63,11 +72,19 @@ struct FilterWithModel {
     FilterWithModel& operator=(const FilterWithModel&) = delete;
     ~FilterWithModel() { iv_kalman_release(k); }
 
+    /// The filter's results, its model, and the measurement.
+    std::vector<iv_mat_t*> matrices() const {
+        std::vector<iv_mat_t*> all;
+        for (const auto field : FIELDS) {
+            all.push_back(k->*field);
+        }
+        all.push_back(z);
+        return all;
+    }
+
     std::vector<float> values() const {
         std::vector<float> all;
-        for (const iv_mat_t* mat :
-             {k->x_pre, k->x_post, k->P_pre, k->P_post, k->K, k->temp1, k->temp2, k->temp3,
-              k->temp4, k->temp5, k->A, k->H, k->Q, k->R}) {
+        for (const iv_mat_t* mat : matrices()) {
             std::vector<float> some(static_cast<std::size_t>(mat->rows * mat->cols));
             std::memcpy(some.data(), mat->data.p, some.size() * sizeof(float));
             all.insert(all.end(), some.begin(), some.end());
@@ -75,6 +92,35 @@ struct FilterWithModel {
         return all;
     }
 };
+
+struct Pairing {
+    int first, second; // of the pair of state 0
+    int pair_of(int state) const { return second == 2 ? state / 4 * 2 + state % 2 : state % 4; }
+};
+constexpr Pairing NEIGHBOURS{0, 2};
+constexpr Pairing HALF_APART{0, 4};
+
+/// The tracker's kind of model in its order of states, or in that of places before velocities.
+void set_constant_velocity(FilterWithModel& filter, const Pairing& pairing) {
+    const iv_kalman_t& k = *filter.k;
+    const auto fill = [](iv_mat_t* mat, float diagonal) {
+        for (int i = 0; i < mat->rows * mat->cols; ++i) {
+            mat->data.f[i] = i % (mat->cols + 1) == 0 ? diagonal : 0.0f;
+        }
+    };
+    fill(k.A, 1.0f);
+    fill(k.Q, 0.1f);
+    fill(k.R, 1.0f);
+    fill(k.P_post, 1.0f);
+    fill(k.H, 0.0f);
+    for (int state = 0; state < NS; ++state) {
+        const int other = state + pairing.second;
+        if (other < NS && pairing.pair_of(state) == pairing.pair_of(other)) {
+            k.A->data.f[state * NS + other] = 0.5f;
+            k.H->data.f[pairing.pair_of(state) * NS + state] = 1.0f;
+        }
+    }
+}
 
 struct Case {
     const char* name;
@@ -124,8 +170,12 @@ TEST_P(Fused, EveryMatrixIsAsTheCallsLeaveIt) {
         SCOPED_TRACE(seed);
         FilterWithModel library(seed);
         FilterWithModel calls(seed);
-        GetParam().change(library);
-        GetParam().change(calls);
+        for (FilterWithModel* filter : {&library, &calls}) {
+            if (seed % 3 != 0) { // else every value connects all states
+                set_constant_velocity(*filter, seed % 3 == 1 ? NEIGHBOURS : HALF_APART);
+            }
+            GetParam().change(*filter);
+        }
         expect_same_steps(library, calls, 6);
         if (HasFatalFailure()) {
             return;
@@ -133,9 +183,37 @@ TEST_P(Fused, EveryMatrixIsAsTheCallsLeaveIt) {
     }
 }
 
+/// The fields of a header that say what lies behind it.
+constexpr s32_t iv_mat_t::*HEADER_FIELDS[] = {&iv_mat_t::type, &iv_mat_t::rows, &iv_mat_t::cols,
+                                              &iv_mat_t::step};
+
+TEST(Fused, NoHeaderMayDifferFromTheOneThatCreationWrites) {
+    for (std::size_t which = 0; which < MATRICES; ++which) {
+        for (const auto field : HEADER_FIELDS) {
+            FilterWithModel library(1);
+            FilterWithModel calls(1);
+            for (FilterWithModel* filter : {&library, &calls}) {
+                set_constant_velocity(*filter, NEIGHBOURS);
+                filter->matrices()[which]->*field -= 1;
+            }
+            SCOPED_TRACE("matrix " + std::to_string(which));
+            expect_same_steps(library, calls, 2);
+            if (HasFatalFailure()) {
+                return;
+            }
+        }
+    }
+}
+
 iv_mat_t* aside(iv_mat_t* mat, float* data) {
     mat->data.f = data;
     return mat;
+}
+
+/// Gives the matrix the storage of another, with its own values in it.
+void move_into(iv_mat_t* mat, const iv_mat_t* other) {
+    std::memcpy(other->data.p, mat->data.p, static_cast<std::size_t>(4 * mat->rows * mat->cols));
+    mat->data.p = other->data.p;
 }
 
 INSTANTIATE_TEST_SUITE_P(
@@ -158,6 +236,14 @@ INSTANTIATE_TEST_SUITE_P(
              [](FilterWithModel& s) { aside(s.k->H, s.k->P_post->data.f + 8); }},
         Case{"AMeasurementInTheState",
              [](FilterWithModel& s) { s.z->data.f = s.k->x_pre->data.f; }},
+        Case{"NoiseWhereAnotherResultGoesBefore",
+             [](FilterWithModel& s) { move_into(s.k->Q, s.k->temp1); }},
+        Case{"NoiseThatIsAnotherResult", [](FilterWithModel& s) { s.k->Q = s.k->temp1; }},
+        Case{"NoiseOfTheMeasurementWhereAnotherResultGoesBefore",
+             [](FilterWithModel& s) { move_into(s.k->R, s.k->temp2); }},
+        Case{"TheModelInTheGain", [](FilterWithModel& s) { move_into(s.k->H, s.k->K); }},
+        Case{"AMeasurementWhereAnotherResultGoesBefore",
+             [](FilterWithModel& s) { move_into(s.z, s.k->temp2); }},
         Case{"AMeasurementThatEndsInTheBlock",
              [](FilterWithModel& s) {
                  s.z->data.p = reinterpret_cast<u08_t*>(
@@ -175,13 +261,6 @@ INSTANTIATE_TEST_SUITE_P(
 // Filters whose states fall into pairs: 16 of 64 values are computed, and the rest known.
 
 using namespace iv::internal;
-
-struct Pairing {
-    int first, second; // of the pair of state 0
-    int pair_of(int state) const { return second == 2 ? state / 4 * 2 + state % 2 : state % 4; }
-};
-constexpr Pairing NEIGHBOURS{0, 2};
-constexpr Pairing HALF_APART{0, 4};
 
 /// Leaves only what connects the states of a pair, with the other values as they come: +0.
 void keep_pairs(FilterWithModel& filter, const Pairing& pairing) {
@@ -258,28 +337,6 @@ TEST_P(FilterOfPairs, EveryBitIsThatOfTheFullSums) {
 INSTANTIATE_TEST_SUITE_P(Levels, FilterOfPairs, testing::ValuesIn(test::levels()),
                          test::LevelName());
 
-/// The tracker's kind of model in its order of states, or in that of places before velocities.
-void set_constant_velocity(FilterWithModel& filter, const Pairing& pairing) {
-    const iv_kalman_t& k = *filter.k;
-    const auto fill = [](iv_mat_t* mat, float diagonal) {
-        for (int i = 0; i < mat->rows * mat->cols; ++i) {
-            mat->data.f[i] = i % (mat->cols + 1) == 0 ? diagonal : 0.0f;
-        }
-    };
-    fill(k.A, 1.0f);
-    fill(k.Q, 0.1f);
-    fill(k.R, 1.0f);
-    fill(k.P_post, 1.0f);
-    fill(k.H, 0.0f);
-    for (int state = 0; state < NS; ++state) {
-        const int other = state + pairing.second;
-        if (other < NS && pairing.pair_of(state) == pairing.pair_of(other)) {
-            k.A->data.f[state * NS + other] = 0.5f;
-            k.H->data.f[pairing.pair_of(state) * NS + state] = 1.0f;
-        }
-    }
-}
-
 template <class Kernel>
 void expect_full_speed(const Pairing& pairing, Kernel) {
     FilterWithModel filter(1);
@@ -311,5 +368,147 @@ TEST(FilterOfPairs, WhereAValueConnectsTwoPairsNothingIsWritten) {
         ASSERT_EQ(before, filter.values()) << at;
     }
 }
+
+#ifdef IV_DISPATCH
+
+// Whether a filter gets as far as the kernels is seen of kernels that count and decline.
+
+constexpr std::size_t RESULTS = 10;
+constexpr std::size_t MEASUREMENT = 14;
+
+/// How often x_pre, P_pre and the correction were wanted of the kernels.
+using Wanted = std::array<int, 3>;
+Wanted wanted;
+
+Wanted wanted_in_a_step(iv_kalman_t* k, iv_mat_t* z) {
+    Kernels counting = KERNELS_BASELINE;
+    counting.predict_state = [](const iv_kalman_t&) {
+        ++wanted[0];
+        return false;
+    };
+    counting.predict_covariance = [](const iv_kalman_t&) {
+        ++wanted[1];
+        return false;
+    };
+    counting.correct = [](const iv_kalman_t&, const float*, WorkArea&) {
+        ++wanted[2];
+        return false;
+    };
+    const test::ForcedLevel forced(counting);
+    wanted = {};
+    iv_kalman_predict(k);
+    iv_kalman_correct(k, z);
+    return wanted;
+}
+
+/// Which kernels have to do with a matrix, by its place among those of FilterWithModel.
+Wanted without_users_of(std::size_t which) {
+    const bool state = which == 0 || which == 1 || which == 10;
+    const bool covariance = which == 2 || which == 3 || which == 5 || which == 10 || which == 12;
+    const bool correction = which != 10 && which != 12;
+    return {!state, !covariance, !correction};
+}
+
+TEST(FilterOfPairs, FilterAsCreatedGetsToTheKernels) {
+    const FilterWithModel own(1);
+    EXPECT_EQ(wanted_in_a_step(own.k, own.z), (Wanted{1, 1, 1}));
+    iv_kalman_t* shared = iv_kalman_create(NS, NM, 1, own.k->A, own.k->H, own.k->Q, own.k->R);
+    EXPECT_EQ(wanted_in_a_step(shared, own.z), (Wanted{1, 1, 1}));
+    iv_kalman_release(shared);
+}
+
+TEST(FilterOfPairs, ChangedHeaderKeepsItsUsersFromTheKernels) {
+    for (std::size_t which = 0; which < MATRICES; ++which) {
+        for (const auto field : HEADER_FIELDS) {
+            const FilterWithModel filter(1);
+            filter.matrices()[which]->*field -= 1;
+            EXPECT_EQ(wanted_in_a_step(filter.k, filter.z), without_users_of(which)) << which;
+        }
+    }
+}
+
+TEST(FilterOfPairs, MovedResultKeepsItsUsersFromTheKernels) {
+    for (std::size_t which = 0; which < RESULTS; ++which) {
+        const FilterWithModel filter(1);
+        iv_mat_t*& mat = filter.k->*FIELDS[which];
+        iv_mat_t copy = *mat;
+        float elsewhere[NS * NS] = {};
+        mat->data.f = elsewhere;
+        EXPECT_EQ(wanted_in_a_step(filter.k, filter.z), without_users_of(which)) << which;
+        mat->data = copy.data;
+        EXPECT_EQ(wanted_in_a_step(filter.k, filter.z), (Wanted{1, 1, 1})) << which;
+        mat = &copy;
+        EXPECT_EQ(wanted_in_a_step(filter.k, filter.z), without_users_of(which)) << which;
+    }
+}
+
+/// A filter with the caller's model in the middle of a room, so that there is something before the
+/// record and behind its matrices.
+class FilterInARoom {
+  public:
+    FilterInARoom() {
+        std::memcpy(room_ + BEFORE, created_.k, RECORD_AND_RESULTS);
+        const std::ptrdiff_t way = room_ + BEFORE - reinterpret_cast<u08_t*>(created_.k);
+        for (std::size_t which = 0; which < RESULTS; ++which) {
+            iv_mat_t*& mat = filter()->*FIELDS[which];
+            mat = reinterpret_cast<iv_mat_t*>(reinterpret_cast<u08_t*>(mat) + way);
+            mat->data.p += way;
+        }
+    }
+
+    iv_kalman_t* filter() { return reinterpret_cast<iv_kalman_t*>(room_ + BEFORE); }
+    iv_mat_t* measurement() { return created_.z; }
+    /// Where the filter's results begin and end, as bytes of the room.
+    u08_t* begin() { return room_ + BEFORE + sizeof(iv_kalman_t); }
+    u08_t* end() { return room_ + BEFORE + RECORD_AND_RESULTS; }
+    /// The matrices that the caller owns: the model's and the measurement.
+    iv_mat_t* callers(std::size_t which) { return created_.matrices()[which]; }
+
+  private:
+    static constexpr std::size_t RECORD_AND_RESULTS =
+        sizeof(iv_kalman_t) + 10 * sizeof(iv_mat_t) + 308 * sizeof(float);
+    static constexpr std::size_t BEFORE = 512;
+
+    FilterWithModel created_{1};
+    alignas(16) u08_t room_[BEFORE + RECORD_AND_RESULTS + 512] = {};
+};
+
+TEST(FilterOfPairs, OperandsOfTheCallerMayTouchTheResultsButNotOverlapThem) {
+    for (std::size_t which = RESULTS; which < MATRICES; ++which) {
+        SCOPED_TRACE(which);
+        FilterInARoom room;
+        iv_mat_t* mat = room.callers(which);
+        const std::ptrdiff_t bytes = std::ptrdiff_t{4} * mat->rows * mat->cols;
+        const auto wanted_with_values_at = [&](u08_t* at) {
+            mat->data.p = at;
+            return wanted_in_a_step(room.filter(), room.measurement());
+        };
+        EXPECT_EQ(wanted_with_values_at(room.begin() - bytes), (Wanted{1, 1, 1}));
+        EXPECT_EQ(wanted_with_values_at(room.begin() - bytes + 1), without_users_of(which));
+        EXPECT_EQ(wanted_with_values_at(room.begin()), without_users_of(which));
+        EXPECT_EQ(wanted_with_values_at(room.end() - 1), without_users_of(which));
+        EXPECT_EQ(wanted_with_values_at(room.end()), (Wanted{1, 1, 1}));
+    }
+}
+
+TEST(FilterOfPairs, HeadersOfTheCallerMayTouchTheResultsButNotOverlapThem) {
+    for (std::size_t which = RESULTS; which < MATRICES; ++which) {
+        SCOPED_TRACE(which);
+        FilterInARoom room;
+        const iv_mat_t header = *room.callers(which);
+        const auto wanted_with_header_at = [&](u08_t* at) {
+            auto* mat = static_cast<iv_mat_t*>(std::memcpy(at, &header, sizeof header));
+            if (which == MEASUREMENT) {
+                return wanted_in_a_step(room.filter(), mat);
+            }
+            room.filter()->*FIELDS[which] = mat;
+            return wanted_in_a_step(room.filter(), room.measurement());
+        };
+        EXPECT_EQ(wanted_with_header_at(room.end()), (Wanted{1, 1, 1}));
+        EXPECT_EQ(wanted_with_header_at(room.end() - 8), without_users_of(which));
+    }
+}
+
+#endif
 
 } // namespace
