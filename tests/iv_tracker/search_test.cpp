@@ -12,6 +12,7 @@
 
 #include "support/bits.h"
 #include "support/guarded.h"
+#include "support/levels.h"
 #include "support/matrix.h"
 #include "support/random.h"
 
@@ -48,6 +49,8 @@ class Tracks {
         search_index(&search_); // for the scan, and for the grid where there are many
         fill_grid(&search_);
     }
+
+    const search_t& search() const { return search_; }
 
     /// The place of the track that both ways find, -1 for none. They have to agree with a loop that
     /// looks at all tracks.
@@ -216,6 +219,24 @@ TEST(TrackerSearch, NeighbouringFloatsAreFoundAtEveryMagnitude) {
     EXPECT_EQ(found, 277 * 2 * 13 * 3) << "each finds itself, or an older one at the same place";
 }
 
+// From 2^27 on the neighbours of a centre are further away than it reaches, so that the rows of its
+// reach may be two apart if cells do not divide the numbers evenly.
+TEST(TrackerSearch, CentresAreFoundWhereFloatsAreAsCoarseAsTheReach) {
+    Random random(test::seed() + 92);
+    for (int exponent = 22; exponent <= 29; ++exponent) {
+        std::vector<Centre> centres;
+        for (int i = 0; i < 1000; ++i) {
+            const float there = std::ldexp(random.uniform(1.0f, 2.0f), exponent);
+            const float sign = random.chance(0.5f) ? -1.0f : 1.0f;
+            centres.push_back(i % 2 ? Centre{sign * there, 5} : Centre{5, sign * there});
+        }
+        const Tracks tracks(centres);
+        for (const Centre& centre : centres) {
+            ASSERT_NE(tracks.nearest(centre), NONE) << "2^" << exponent;
+        }
+    }
+}
+
 TEST(TrackerSearch, HugeCentresAreFound) {
     for (const float huge : {1e8f, 1e12f, 1e20f, 3e38f, 0x1p35f, 0x1p36f, 0x1.fffffep127f}) {
         const Tracks tracks({{huge, 0}, {-huge, 0}, {0, huge}, {0, -huge}, {huge, huge}});
@@ -270,6 +291,51 @@ TEST(TrackerSearch, ClassesAreComparedUnlessAnyWillDo) {
     EXPECT_EQ(tracks.nearest({1, 0, 3}), NONE);
     EXPECT_EQ(tracks.nearest({1, 0, 3}, true), 0);
 }
+
+TEST(TrackerSearch, EveryFillChoosesAnewAsManyBucketsAsTracks) {
+    const Tracks tracks(std::vector<Centre>(300, Centre{5, 5}));
+    search_t search = tracks.search();
+    struct Size {
+        int tracks;
+        unsigned buckets;
+    };
+    for (const Size& size : {Size{300, 512}, Size{256, 256}, Size{257, 512}, Size{3, 4}, Size{2, 2},
+                             Size{0, 2}, Size{129, 256}}) {
+        search.count = size.tracks;
+        fill_grid(&search);
+        EXPECT_EQ(search.buckets, size.buckets) << size.tracks << " tracks";
+        EXPECT_EQ(0xffffffffu >> search.row_bits, size.buckets - 1) << "rows start in all of them";
+    }
+}
+
+#ifdef IV_DISPATCH
+
+int ranges_asked;
+
+// Beside a table that goes on at its start: there are enough buckets for few rows to reach the end.
+TEST(TrackerSearch, GridIsAskedForTwoRowsInOnePieceEach) {
+    Kernels counting = kernels();
+    counting.nearest = [](const Centres&, const Range*, int count, const Target&) {
+        ranges_asked = count;
+        return NO_TRACK;
+    };
+    const Tracks tracks(std::vector<Centre>(1000, Centre{5, 5}));
+    const test::ForcedLevel forced(counting);
+    int in_one_piece = 0;
+    for (int cell = 0; cell < 100; ++cell) {
+        // In the middle of its cell the reach leaves it in neither direction, at a corner in both.
+        for (const float place : {0.5f, 1.0f}) {
+            const float at = (static_cast<float>(cell) + place) * SIDE;
+            nearest_by_grid(tracks.search(), {1, at, at, 4, 4, 0.5f}, false);
+            EXPECT_GE(ranges_asked, 2);
+            EXPECT_LE(ranges_asked, place == 0.5f ? 2 : 4);
+            in_one_piece += ranges_asked == 2;
+        }
+    }
+    EXPECT_GT(in_one_piece, 190);
+}
+
+#endif
 
 TEST(TrackerSearch, MemoryGrowsInProportionAndNeverOverflows) {
     EXPECT_EQ(search_bytes(-1), search_bytes(0));
