@@ -359,13 +359,9 @@ template <class Pairing>
 
     // The inverse of positive values on a diagonal: every factor of the elimination is a zero.
     const Four diagonal = Pairing::template of_pairs<0>(temp3);
-    Four inverted[2];
-    each<2>([&](auto p) IV_INLINED {
-        inverted[p] =
-            narrow(1.0 / widen<Pair>(p ? __builtin_shufflevector(diagonal, diagonal, 2, 3, 2, 3)
-                                       : diagonal));
-    });
-    const Four temp4 = __builtin_shufflevector(inverted[0], inverted[1], 0, 1, 4, 5);
+    const auto inverse = [](Four values) IV_INLINED { return narrow(1.0 / widen<Pair>(values)); };
+    const Four upper = __builtin_shufflevector(diagonal, diagonal, 2, 3, 2, 3);
+    const Four temp4 = __builtin_shufflevector(inverse(diagonal), inverse(upper), 0, 1, 4, 5);
 
     // K = temp2 temp4', x_post = K temp5 + x_pre
     const Eight K = fused(temp2, Pairing::of_states(temp4), zero);
