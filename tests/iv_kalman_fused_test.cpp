@@ -137,14 +137,17 @@ void soil_work_area() {
     iv_mat_inv(mat, mat);
 }
 
-/// What inverses of singular matrices make of the work area.
+/// What is made of the work area by inverses whose last pivot is zero.
 void probe(std::vector<float>& values) {
     for (int n = 1; n <= NM; ++n) {
-        std::vector<float> zeros(static_cast<std::size_t>(n * n));
+        std::vector<float> singular(static_cast<std::size_t>(n * n));
+        for (int i = 0; i < n - 1; ++i) {
+            singular[static_cast<std::size_t>(i * (n + 1))] = 1.0f;
+        }
         iv_mat_t header;
-        iv_mat_t* mat = iv_mat_initheader(&header, n, n, IV_32F, zeros.data());
+        iv_mat_t* mat = iv_mat_initheader(&header, n, n, IV_32F, singular.data());
         iv_mat_inv(mat, mat);
-        values.insert(values.end(), zeros.begin(), zeros.end());
+        values.insert(values.end(), singular.begin(), singular.end());
     }
 }
 

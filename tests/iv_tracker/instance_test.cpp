@@ -136,9 +136,10 @@ TEST(TrackerCreate, GatesAreClampedToZeroAndOne) {
         float from, to;
     };
     for (const Clamp& clamp :
-         {Clamp{5.0f, 1.0f}, Clamp{1.0f, 1.0f}, Clamp{-0.5f, 0.0f}, Clamp{0.25f, 0.25f},
-          Clamp{NOT_A_NUMBER, 1.0f}, Clamp{-NOT_A_NUMBER, 1.0f}, Clamp{INFINITE, 1.0f},
-          Clamp{-INFINITE, 0.0f}, Clamp{0x1p-149f, 0x1p-149f}, Clamp{0.0f, 0.0f}}) {
+         {Clamp{5.0f, 1.0f}, Clamp{0x1.000002p0f, 1.0f}, Clamp{1.0f, 1.0f}, Clamp{-0.5f, 0.0f},
+          Clamp{0.25f, 0.25f}, Clamp{NOT_A_NUMBER, 1.0f}, Clamp{-NOT_A_NUMBER, 1.0f},
+          Clamp{INFINITE, 1.0f}, Clamp{-INFINITE, 0.0f}, Clamp{0x1p-149f, 0x1p-149f},
+          Clamp{0.0f, 0.0f}}) {
         Settings settings;
         settings.euc_thresh = clamp.from;
         const Instance distance(settings);
