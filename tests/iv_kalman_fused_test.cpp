@@ -81,9 +81,9 @@ struct FilterWithModel {
     std::vector<float> values() const {
         std::vector<float> all;
         for (const iv_mat_t* mat : matrices()) {
-            std::vector<float> some(static_cast<std::size_t>(mat->rows * mat->cols));
-            std::memcpy(some.data(), mat->data.p, some.size() * sizeof(float));
-            all.insert(all.end(), some.begin(), some.end());
+            for (int i = 0; i < mat->rows * mat->cols; ++i) {
+                std::memcpy(&all.emplace_back(), mat->data.p + 4 * i, sizeof(float));
+            }
         }
         return all;
     }
