@@ -144,7 +144,8 @@ def all_mutants():
             for what, mutated in mutations_of(line):
                 if mutated.strip() == line.strip():
                     continue
-                seen[(line, what)] = occurrence = seen.get((line, what), 0) + 1
+                same = (line.strip(), what)
+                seen[same] = occurrence = seen.get(same, 0) + 1
                 mutants.append(Mutant(file, number, line, occurrence, what, mutated))
     return mutants
 
