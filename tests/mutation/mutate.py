@@ -58,7 +58,7 @@ OPERATOR = re.compile("|".join(re.escape(o) for o in sorted(OPPOSITES, key=len, 
 NUMBER = re.compile(r"(?<![\w.])(\d+)(\.\d+)?(f?)(?![\w.])")
 EXCHANGE = re.compile(r"(?<![\w.)\]])([\w.]+(?:\[\w+\])?) ([-/]) ([\w.]+(?:\[\w+\])?)(?![\w.(\[])")
 FUSED = re.compile(r"\b(?:std::)?(?:__builtin_)?(?:fmaf?|multiply_add)\(")
-STATEMENT = re.compile(r"^\s+(?!return\b|using\b|const\b|constexpr\b|static|auto\b|case\b|template\b)"
+STATEMENT = re.compile(r"^\s+(?=\S)(?!return\b|using\b|const\b|constexpr\b|static|auto\b|case\b|template\b)"
                        r"[\w.\->\[\]:*+ ]*(?:\(.*\)| [-+|&^]?= .*|\+\+|--);$")  # fmt: skip
 DECLARATION = re.compile(r"^\s+(?:[\w:]+(?:<.*>)?[*&]? )+\w+(?:\[.*\])?(?:\{.*\})? = ")
 # Room for one more value changes nothing.
@@ -185,7 +185,8 @@ class Build:
         """The library alone, with tests as they are, or with those anew that see into its headers."""
         build = f"cd {self.build} && " + (
             "ninja libiv_tests" if self.whole else f"ninja src/libiv.a && {self.link}")
-        return subprocess.run(["sh", "-c", build], stdout=subprocess.DEVNULL,
+        # A mutant may ask for so many copies of a loop that the compiler never ends.
+        return subprocess.run(["sh", "-c", f"ulimit -t 300; {build}"], stdout=subprocess.DEVNULL,
                               stderr=subprocess.DEVNULL).returncode == 0  # fmt: skip
 
     def fails(self, selection, seconds):
