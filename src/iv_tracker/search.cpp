@@ -9,7 +9,7 @@ namespace {
 
 /// Side of a cell: a power of two, so that division by it is exact, and wider than the reach to
 /// both sides, so that the reach touches two cells in each direction at most.
-constexpr float CELL = 0x1p5f;
+constexpr float CELL = 32.0f;
 
 /// No association reaches this far: the square root of NO_TRACK.d.
 constexpr float REACH = 10.0f;

@@ -6,12 +6,12 @@ multiply-add taken apart, operands exchanged, a statement removed. It is built i
 and tested, first by the digests of everything, then by the tests of its own stem, then by all; the
 first failure kills it, as does a run that uses up its time of the processor. Most of that happens in
 a build with one table of kernels; what lives there is tried once more in one with the tables of all
-instruction sets. What survives that, too, either lacks a test or changes nothing; survivors.tsv says
-of each of those why it changes nothing, and then the second trial is left out.
+instruction sets. What survives that, too, lacks a test, or changes nothing that these builds show;
+survivors.tsv says why of each of those, and then the second trial is left out.
 
 Results are kept by the text of the line, so that a run goes on where the last one ended and only
-visits again what has changed; what survived is tried again when the tests have changed, unless it
-changes nothing.
+visits again what has changed; what survived is tried again when the tests have changed, unless
+survivors.tsv has it.
 """
 
 import argparse
@@ -368,7 +368,7 @@ def main():
                     if known.get(m.key) in ("lived", "survived"))  # fmt: skip
     killed, survived = fates.count("killed"), fates.count("lived") + fates.count("survived")
     print(f"\n{len(tried)} of {len(mutants)} mutants tried: {fates.count('does not build')} do not "
-          f"build, {killed} of {killed + survived} killed, {explained} change nothing, "
+          f"build, {killed} of {killed + survived} killed, {explained} explained, "
           f"{survived - explained} survived; {len(elsewhere)} more stand in code for other "
           "machines")  # fmt: skip
     sys.exit(survived > explained)
