@@ -315,6 +315,14 @@ IV_INLINE void store_first(void* to, S values, int bytes) {
 
 constexpr bool MASKS = false;
 
+// Where g++ knows that a function leaves the upper halves of the registers alone, it forgets to put
+// them at rest behind a kernel's last call of it; what a host runs next would wait for them.
+#if defined(__AVX__) && !defined(__clang__)
+#define IV_STORE_APART [[gnu::noipa]]
+#else
+#define IV_STORE_APART [[gnu::noinline]]
+#endif
+
 // Without masks. Rare, and kept out of the kernels' code.
 
 #if __BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__
@@ -367,49 +375,43 @@ IV_INLINE void write_bytes(std::uint8_t* to, std::uint64_t value, int count) {
     }
 }
 
-template <class S>
-[[gnu::noinline]] void load_part(S* values, const std::uint8_t* from, int bytes) {
-    constexpr int half = sizeof(S) / 2;
-    const int low = bytes < half ? bytes : half;
-    if constexpr (sizeof(S) == PIECE) {
-        const Vector<std::uint64_t, PIECE> words{read_bytes(from, low),
-                                                 read_bytes(from + low, bytes - low)};
-        *values = reinterpret_cast<S>(words);
-    } else {
-        Vector<ElementOf<S>, half> halves[2];
-        load_part(&halves[0], from, low);
-        load_part(&halves[1], from + low, bytes - low);
-        *values = join(halves[0], halves[1]);
-    }
+/// Calls `move(word, place, count)` for each word of `SIZE` bytes that has some of the first `bytes`.
+template <int SIZE, class Move>
+IV_INLINE void each_word(int bytes, Move move) {
+    constexpr int WORD = sizeof(std::uint64_t);
+    each<SIZE / WORD>([&](auto w) IV_INLINED {
+        const int place = w * WORD < bytes ? w * WORD : bytes;
+        move(w * WORD, place, bytes - place < WORD ? bytes - place : WORD);
+    });
 }
 
-template <class S>
-[[gnu::noinline]] void store_part(std::uint8_t* to, const S* values, int bytes) {
-    constexpr int half = sizeof(S) / 2;
-    const int low = bytes < half ? bytes : half;
-    if constexpr (sizeof(S) == PIECE) {
-        const auto words = reinterpret_cast<Vector<std::uint64_t, PIECE>>(*values);
-        write_bytes(to, words[0], low);
-        write_bytes(to + low, words[1], bytes - low);
-    } else {
-        const Vector<ElementOf<S>, half> halves[2] = {low_half(*values), high_half(*values)};
-        store_part(to, &halves[0], low);
-        store_part(to + low, &halves[1], bytes - low);
-    }
+/// Bytes beyond are zero.
+template <int SIZE>
+[[gnu::noinline]] void load_part(std::uint8_t* values, const std::uint8_t* from, int bytes) {
+    each_word<SIZE>(bytes, [&](int word, int place, int count) IV_INLINED {
+        store_whole(values + word, read_bytes(from + place, count));
+    });
+}
+
+template <int SIZE>
+IV_STORE_APART void store_part(std::uint8_t* to, const std::uint8_t* values, int bytes) {
+    each_word<SIZE>(bytes, [&](int word, int place, int count) IV_INLINED {
+        write_bytes(to + place, load_whole<std::uint64_t>(values + word), count);
+    });
 }
 
 #else
 
 // Where the first byte is not the lowest of a word, bytes move as bytes.
 
-template <class S>
-[[gnu::noinline]] void load_part(S* values, const std::uint8_t* from, int bytes) {
-    *values = S{};
+template <int SIZE>
+[[gnu::noinline]] void load_part(std::uint8_t* values, const std::uint8_t* from, int bytes) {
+    std::memset(values, 0, SIZE);
     std::memcpy(values, from, static_cast<std::size_t>(bytes));
 }
 
-template <class S>
-[[gnu::noinline]] void store_part(std::uint8_t* to, const S* values, int bytes) {
+template <int SIZE>
+[[gnu::noinline]] void store_part(std::uint8_t* to, const std::uint8_t* values, int bytes) {
     std::memcpy(to, values, static_cast<std::size_t>(bytes));
 }
 
@@ -420,9 +422,9 @@ IV_INLINE S load_first(const void* from, int bytes) {
     if (bytes == sizeof(S)) {
         return load_whole<S>(from);
     }
-    S values;
-    load_part(&values, static_cast<const std::uint8_t*>(from), bytes);
-    return values;
+    std::uint8_t values[sizeof(S)];
+    load_part<sizeof(S)>(values, static_cast<const std::uint8_t*>(from), bytes);
+    return load_whole<S>(values);
 }
 
 template <class S>
@@ -430,7 +432,9 @@ IV_INLINE void store_first(void* to, S values, int bytes) {
     if (bytes == sizeof(S)) {
         return store_whole(to, values);
     }
-    store_part(static_cast<std::uint8_t*>(to), &values, bytes);
+    std::uint8_t whole[sizeof(S)];
+    store_whole(whole, values);
+    store_part<sizeof(S)>(static_cast<std::uint8_t*>(to), whole, bytes);
 }
 
 #endif

@@ -28,6 +28,7 @@ Record::Record(const Mat& mat) : record_{mat.type, mat.rows, mat.cols, mat.step,
 }
 
 Record::~Record() {
+    after_call();
     if (std::memcmp(&record_, &original_, sizeof record_) != 0) {
         test::fail("a header was written");
     }
@@ -81,6 +82,7 @@ void LibraryTracker::process(const float (*rows)[6], float (*output)[8]) {
         filters.push_back({track, track->kalman, track->obv});
     }
     iv_tracker_process(record_, writable(rows), output);
+    after_call();
     for (iv::internal::trk_obj_t* track : tracks()) {
         for (const Filter& filter : filters) {
             if (filter.track == track && filter.kalman && filter.kalman != track->kalman) {

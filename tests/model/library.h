@@ -13,6 +13,10 @@
 
 namespace model {
 
+/// What is to happen after each call of a function of the library that has kernels, before anything
+/// else runs.
+inline void (*after_call)() = [] {};
+
 /// A matrix as the library sees it; at its end, its header has to be as it was at the start.
 class Record {
   public:
@@ -42,7 +46,10 @@ class LibraryFilter {
     LibraryFilter& operator=(const LibraryFilter&) = delete;
     ~LibraryFilter() { iv_kalman_release(kalman_); }
 
-    void predict() { iv_kalman_predict(kalman_); }
+    void predict() {
+        iv_kalman_predict(kalman_);
+        after_call();
+    }
     void correct(const Mat& z) { iv_kalman_correct(kalman_, Record(z).get()); }
     std::array<Mat, 14> matrices() const { return matrices(*kalman_); }
     const iv_kalman_t& record() const { return *kalman_; }
