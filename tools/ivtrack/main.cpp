@@ -1,17 +1,14 @@
 // ivtrack: tracks detections of a file or a pipe with libiv, and shows how to host it.
 #include <fcntl.h>
-#include <fmt/format.h>
-#include <libiv.h>
 #include <unistd.h>
 
 #include <csignal>
-#include <iostream>
 #include <new>
-#include <sstream>
+#include <optional>
+#include <variant>
 
 #include "commands.h"
 #include "errors.h"
-#include "output.h"
 #include "text.h"
 
 namespace ivtrack {
@@ -27,38 +24,14 @@ void reserve_standard_descriptors() {
     }
 }
 
-/// Help and version go to standard output, complaints to standard error.
-int report_parsing(const CLI::App& app, const CLI::ParseError& error) {
-    std::ostringstream out;
-    std::ostringstream complaint;
-    if (app.exit(error, out, complaint) != 0) {
-        std::cerr << "ivtrack: " << complaint.str();
-        return EXIT_BAD_INPUT;
-    }
-    Output("-").write(out.str());
-    return EXIT_SUCCESS;
-}
-
-int run(int argc, char** argv) {
-    CLI::App app("Tracks objects: gives the detections of a video identities that last.",
-                 "ivtrack");
-    app.set_version_flag("--version", fmt::format("ivtrack {}.{}.{}", LIBIV_VERSION_MAJOR,
-                                                  LIBIV_VERSION_MINOR, LIBIV_VERSION_PATCH));
-    Options options;
-    declare(app, options);
-    try {
-        app.parse(argc, argv);
-    } catch (const CLI::ParseError& error) {
-        return report_parsing(app, error);
-    }
-    if (app.got_subcommand("track")) {
-        track(options.track);
-    } else if (app.got_subcommand("simulate")) {
-        simulate(options.simulate);
+void run(const Options& options) {
+    if (const auto* to_track = std::get_if<TrackOptions>(&options)) {
+        track(*to_track);
+    } else if (const auto* to_simulate = std::get_if<SimulateOptions>(&options)) {
+        simulate(*to_simulate);
     } else {
-        draw(options.draw);
+        draw(std::get<DrawOptions>(options));
     }
-    return EXIT_SUCCESS;
 }
 
 } // namespace
@@ -70,7 +43,10 @@ int main(int argc, char** argv) {
     // A closed pipe is an error of write, to be told like any other.
     std::signal(SIGPIPE, SIG_IGN);
     try {
-        return run(argc, argv);
+        if (const std::optional<Options> options = parse(argc, argv)) {
+            run(*options);
+        }
+        return EXIT_SUCCESS;
     } catch (const BadInput& error) {
         complain(error.what());
         return EXIT_BAD_INPUT;

@@ -1,11 +1,16 @@
 #include "options.h"
 
 #include <fmt/format.h>
+#include <libiv.h>
 
+#include <CLI/CLI.hpp>
 #include <cfloat>
 #include <cmath>
 #include <limits>
+#include <sstream>
 
+#include "errors.h"
+#include "output.h"
 #include "reader.h"
 #include "text.h"
 
@@ -195,17 +200,48 @@ void declare_draw(CLI::App& app, DrawOptions& options) {
         ->check(positive());
 }
 
+/// Help and version go to standard output.
+void report(const CLI::App& app, const CLI::ParseError& error) {
+    std::ostringstream out;
+    std::ostringstream complaint;
+    if (app.exit(error, out, complaint) != 0) {
+        std::string text = complaint.str();
+        text.pop_back(); // its last line ends
+        throw BadInput(text);
+    }
+    Output("-").write(out.str());
+}
+
 } // namespace
 
-void declare(CLI::App& app, Options& options) {
+std::optional<Options> parse(int argc, char** argv) {
+    CLI::App app("Tracks objects: gives the detections of a video identities that last.",
+                 "ivtrack");
+    app.set_version_flag("--version", fmt::format("ivtrack {}.{}.{}", LIBIV_VERSION_MAJOR,
+                                                  LIBIV_VERSION_MINOR, LIBIV_VERSION_PATCH));
     app.require_subcommand(1);
     app.footer(
         "Exit status: 0 done; 1 the system failed (open, read, write, memory); 2 wrong usage or "
-        "bad "
-        "input.");
-    declare_track(app, options.track);
-    declare_simulate(app, options.simulate);
-    declare_draw(app, options.draw);
+        "bad input.");
+    TrackOptions track;
+    SimulateOptions simulate;
+    DrawOptions draw;
+    declare_track(app, track);
+    declare_simulate(app, simulate);
+    declare_draw(app, draw);
+    try {
+        app.parse(argc, argv);
+    } catch (const CLI::ParseError& error) {
+        report(app, error);
+        return std::nullopt;
+    }
+    if (app.got_subcommand("track")) {
+        return track;
+    }
+    if (app.got_subcommand("simulate")) {
+        return simulate;
+    }
+    return draw;
 }
 
 } // namespace ivtrack

@@ -2,10 +2,10 @@
 #ifndef IVTRACK_OPTIONS_H
 #define IVTRACK_OPTIONS_H
 
-#include <CLI/CLI.hpp>
 #include <cstdint>
 #include <optional>
 #include <string>
+#include <variant>
 
 #include "reader.h"
 
@@ -52,17 +52,15 @@ struct DrawOptions {
     std::optional<double> height;
 };
 
-struct Options {
-    TrackOptions track;
-    SimulateOptions simulate;
-    DrawOptions draw;
-};
+/// Those of the command that was given.
+using Options = std::variant<TrackOptions, SimulateOptions, DrawOptions>;
 
 /// The most that --max-objects takes, and that a file's own capacity grows to.
 constexpr int MOST_OBJECTS = 1000000;
 
-/// Declares the three commands track, simulate and draw; parsing fills `options`.
-void declare(CLI::App& app, Options& options);
+/// Reads the command line. Nothing where it asks for help or the version, which is then printed.
+/// Throws BadInput where it is wrong.
+std::optional<Options> parse(int argc, char** argv);
 
 } // namespace ivtrack
 
