@@ -3,11 +3,11 @@
 
 Every mutant is one edit of one line of src/: a comparison turned, a constant moved by one, a fused
 multiply-add taken apart, operands exchanged, a statement removed. It is built in a copy of the tree
-and tested, first by the digests of everything, then by the tests of its own stem, then by all; the
-first failure kills it, as does a run that uses up its time of the processor. Most of that happens in
-a build with one table of kernels; what lives there is tried once more in one with the tables of all
-instruction sets. What survives that, too, lacks a test, or changes nothing that these builds show;
-survivors.tsv says why of each of those, and then the second trial is left out.
+and tested, first by the digests of everything in a program of their own, then by the tests of its
+own stem, then by all; the first failure kills it, as does a run that uses up its time of the
+processor. All that happens with one table of kernels; what lives there is tried once more with the
+tables of all instruction sets. What survives that, too, lacks a test, or changes nothing that these
+builds show; survivors.tsv says why of each of those, and then the second trial is left out.
 
 Results are kept by the text of the line, so that a run goes on where the last one ended and only
 visits again what has changed; what survived is tried again when the tests have changed, unless
@@ -30,10 +30,11 @@ from pathlib import Path
 
 ROOT = Path(__file__).resolve().parents[2]
 BUILD = ROOT / "build" / "mutation"
+PROGRAM = BUILD / "program"
+ONE_TABLE = ["-DLIBIV_DISPATCH=OFF", "-DCMAKE_CXX_FLAGS=-O1 -DNDEBUG"
+             + (" -march=x86-64-v3" if platform.machine() == "x86_64" else "")]  # fmt: skip
 SURVIVORS = Path(__file__).with_name("survivors.tsv")
 
-# In a second, a little of everything.
-BROAD = "Digest.Library*:Canary*"
 # Tests of a stem, by the prefix of the file's path; the rest of the tests come after them.
 TESTS_OF = {
     "src/iv_kalman": "*Kalman*:*Filter*:*Fused*",
@@ -158,45 +159,36 @@ def tests_digest():
 
 
 class Build:
-    """A build of a copy of the tree."""
+    """A build of a copy of the tree, and what judges it."""
 
-    def __init__(self, tree, build, options, whole):
-        self.tree, self.build, self.options, self.whole = tree, build, options, whole
-        self.link = None  # how the tests are linked, once they are built
+    def __init__(self, tree, build, options):
+        self.tree, self.build, self.options = tree, build, options
+        self.prepared = False
 
-    def configure(self):
-        run(["cmake", "-S", str(self.tree), "-B", str(self.build), "-G", "Ninja",
-             "-DCMAKE_BUILD_TYPE=", "-DLIBIV_TOOLS=OFF", "-DLIBIV_PYTHON=OFF", "-DLIBIV_INSTALL=OFF",
-             "-DLIBIV_WERROR=ON", "-DCMAKE_EXPORT_COMPILE_COMMANDS=ON",
-             "-DCMAKE_EXE_LINKER_FLAGS=-fuse-ld=gold",
-             "-DCMAKE_GTEST_DISCOVER_TESTS_DISCOVERY_MODE=PRE_TEST",  # not at every link
-             *self.options])  # fmt: skip
+    def configure(self, source, *options):
+        run(["cmake", "-S", str(source), "-B", str(self.build), "-G", "Ninja",
+             "-DCMAKE_BUILD_TYPE=", "-DLIBIV_WERROR=ON", "-DCMAKE_EXPORT_COMPILE_COMMANDS=ON",
+             *self.options, *options])  # fmt: skip
 
     def prepare(self):
-        if not self.link:
-            self.configure()
-            run(["ninja", "-C", str(self.build), "libiv_tests"])
-            commands = run(["ninja", "-C", str(self.build), "-t", "commands", "libiv_tests"])
-            self.link = commands.splitlines()[-1]
-            if self.fails("*", 240):
+        if not self.prepared:
+            self.make()
+            if self.kills(None):
                 sys.exit(f"mutate.py: the tests in {self.build} fail without any change")
+            self.prepared = True
 
     def builds(self):
-        """The library alone, with tests as they are, or with those anew that see into its headers."""
-        build = f"cd {self.build} && " + (
-            "ninja libiv_tests" if self.whole else f"ninja src/libiv.a && {self.link}")
+        build = f"cd {self.build} && {self.rebuild}"
         # A mutant may ask for so many copies of a loop that the compiler never ends.
         return subprocess.run(["sh", "-c", f"ulimit -t 300; {build}"], stdout=subprocess.DEVNULL,
                               stderr=subprocess.DEVNULL).returncode == 0  # fmt: skip
 
-    def fails(self, selection, seconds):
-        """Whether tests fail, crash or take too long, by the processor's time: others may use it, too."""
-        command = [str(self.build / "tests" / "libiv_tests"), "--gtest_brief=1",
-                   "--gtest_fail_fast", f"--gtest_filter={selection}"]  # fmt: skip
+    def fails(self, seconds, *command):
+        """Whether it fails, crashes or takes too long, by the processor's time: others may use it, too."""
         environment = dict(os.environ, LIBIV_TEST_SCALE="0.2")
         limit = f"ulimit -v 8000000; ulimit -t {seconds}; exec \"$@\""
         try:
-            return subprocess.run(["sh", "-c", limit, "sh", *command], env=environment,
+            return subprocess.run(["sh", "-c", limit, "sh", *map(str, command)], env=environment,
                                   stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL,
                                   timeout=20 * seconds).returncode != 0  # fmt: skip
         except subprocess.TimeoutExpired:
@@ -224,15 +216,56 @@ class Build:
         return kept
 
 
+class Digests(Build):
+    """The library alone, linked with the program that compares its digests."""
+
+    rebuild = "ninja libiv_digests"
+
+    def configure(self):
+        super().configure(self.tree / "tests/bits", f"-DBITS_PROGRAM={PROGRAM}/libbits_program.a")
+
+    def make(self):
+        self.configure()
+        run(["ninja", "-C", str(self.build), "libiv_digests"])
+
+    def kills(self, own):
+        return self.fails(15, self.build / "libiv_digests", self.tree / "tests/digests.txt")
+
+
+class Tests(Build):
+    """The library and its tests: as they are, or those built anew that see into its headers."""
+
+    def __init__(self, tree, build, options, whole):
+        super().__init__(tree, build, options)
+        self.whole = whole
+
+    def configure(self):
+        super().configure(self.tree, "-DLIBIV_TOOLS=OFF", "-DLIBIV_PYTHON=OFF", "-DLIBIV_INSTALL=OFF",
+                          "-DCMAKE_EXE_LINKER_FLAGS=-fuse-ld=gold",
+                          # not at every link
+                          "-DCMAKE_GTEST_DISCOVER_TESTS_DISCOVERY_MODE=PRE_TEST")  # fmt: skip
+
+    def make(self):
+        self.configure()
+        run(["ninja", "-C", str(self.build), "libiv_tests"])
+        commands = run(["ninja", "-C", str(self.build), "-t", "commands", "libiv_tests"])
+        link = commands.splitlines()[-1]
+        self.rebuild = "ninja libiv_tests" if self.whole else f"ninja src/libiv.a && {link}"
+
+    def kills(self, own):
+        tests = [self.build / "tests" / "libiv_tests", "--gtest_brief=1", "--gtest_fail_fast"]
+        return any(self.fails(seconds, *tests, f"--gtest_filter={selection}")
+                   for selection, seconds in [(own, 60), ("*", 240)] if selection)  # fmt: skip
+
+
 class Worker:
-    """A copy of the tree with two builds of its own."""
+    """A copy of the tree with builds of its own."""
 
     def __init__(self, number):
         self.tree = BUILD / f"tree{number}"
-        one = ["-march=x86-64-v3"] if platform.machine() == "x86_64" else []
-        self.quick = Build(self.tree, BUILD / f"quick{number}", [
-            "-DLIBIV_DISPATCH=OFF", f"-DCMAKE_CXX_FLAGS={' '.join(['-O1', '-DNDEBUG', *one])}"], False)
-        self.full = Build(self.tree, BUILD / f"full{number}", ["-DCMAKE_CXX_FLAGS=-O1 -DNDEBUG"], True)
+        self.digests = Digests(self.tree, BUILD / f"digests{number}", ONE_TABLE)
+        self.quick = Tests(self.tree, BUILD / f"quick{number}", ONE_TABLE, False)
+        self.full = Tests(self.tree, BUILD / f"full{number}", ["-DCMAKE_CXX_FLAGS=-O2 -DNDEBUG"], True)
 
         self.tree.mkdir(parents=True, exist_ok=True)
         for part in ("src", "tests", "cmake", "CMakeLists.txt"):
@@ -249,12 +282,16 @@ class Worker:
             if not build.builds():
                 return "does not build"
             own = next((t for p, t in TESTS_OF.items() if mutant.file.startswith(p)), "Level*")
-            for selection, seconds in [(BROAD, 15), (own, 60), ("*", 240)]:
-                if build.fails(selection, seconds):
-                    return "killed"
-            return "survived"
+            return "killed" if build.kills(own) else "survived"
         finally:
             path.write_text(original)
+
+
+def build_program():
+    """What compares digests is compiled once for all; only the library changes."""
+    run(["cmake", "-S", str(ROOT / "tests/bits"), "-B", str(PROGRAM), "-G", "Ninja",
+         *ONE_TABLE])  # fmt: skip
+    run(["ninja", "-C", str(PROGRAM), "bits_program"])
 
 
 def copy_changed(source, target):
@@ -320,10 +357,11 @@ def main():
         if fate and (by in ("", tests) or m.is_explained(reasons)):
             known[m.key] = fate
 
+    build_program()
     workers = [Worker(number) for number in range(options.jobs)]
-    for build in (workers[0].quick, workers[0].full):
+    for build in (workers[0].digests, workers[0].full):
         build.configure()
-    quick, full = workers[0].quick.lines(), workers[0].full.lines()
+    quick, full = workers[0].digests.lines(), workers[0].full.lines()
     elsewhere = [m for m in mutants if not m.stands_in(quick) and not m.stands_in(full)]
     mutants = [m for m in mutants if m.stands_in(quick) or m.stands_in(full)]
     mutants.sort(key=Mutant.hash)  # what an unfinished run has seen is a fair sample
@@ -332,13 +370,14 @@ def main():
     for worker in workers:
         free.put(worker)
 
-    def visit(stage, candidates, survived):
-        """Judges mutants by one of the builds, all workers at once."""
+    def visit(stages, candidates, survived):
+        """Judges mutants by builds, one after the other while they live, all workers at once."""
 
         def judge(mutant):
             worker = free.get()
             try:
-                return mutant, worker.judge(mutant, stage(worker))
+                fates = (worker.judge(mutant, build) for build in stages(worker))
+                return mutant, next((fate for fate in fates if fate != "survived"), "survived")
             finally:
                 free.put(worker)
 
@@ -354,10 +393,10 @@ def main():
                 if sys.stdout.isatty():
                     print(f"\r{count} of {len(candidates)}", end="", flush=True)
 
-    visit(lambda worker: worker.quick,
+    visit(lambda worker: (worker.digests, worker.quick),
           [m for m in mutants if m.stands_in(quick) and m.key not in known], "lived")  # fmt: skip
     if not options.quick:
-        visit(lambda worker: worker.full,
+        visit(lambda worker: (worker.full,),
               [m for m in mutants
                if known.get(m.key, "lived") == "lived" and not m.is_explained(reasons)],
               "survived")  # fmt: skip
