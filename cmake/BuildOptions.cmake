@@ -31,8 +31,9 @@ endif()
 
 option(LIBIV_SANITIZE "Build with the address and undefined-behaviour sanitizers" OFF)
 if(LIBIV_SANITIZE)
+    # Of the debugger's information a report needs the lines.
     set(sanitizers -fsanitize=address,undefined,float-cast-overflow -fno-sanitize-recover=all
-                   -fno-omit-frame-pointer)
+                   -fno-omit-frame-pointer -gline-tables-only)
     target_compile_options(iv_build_options INTERFACE ${sanitizers})
     target_link_options(iv_build_options INTERFACE ${sanitizers})
 endif()
@@ -46,7 +47,8 @@ endif()
 
 option(LIBIV_SANITIZE_THREADS "Build with the thread sanitizer" OFF)
 if(LIBIV_SANITIZE_THREADS)
-    target_compile_options(iv_build_options INTERFACE -fsanitize=thread -fno-omit-frame-pointer)
+    target_compile_options(iv_build_options INTERFACE -fsanitize=thread -fno-omit-frame-pointer
+                                                      -gline-tables-only)
     target_link_options(iv_build_options INTERFACE -fsanitize=thread)
 endif()
 
