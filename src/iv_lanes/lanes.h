@@ -327,7 +327,7 @@ constexpr bool MASKS = false;
 
 #if __BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__
 
-// Halves that are full as they are, the rest through a 64-bit word by two moves that may overlap.
+// Words of 64 bits: full ones as they are, the rest by two moves that may overlap.
 
 template <class Word>
 IV_INLINE std::uint64_t read_word(const void* from) {
@@ -375,7 +375,8 @@ IV_INLINE void write_bytes(std::uint8_t* to, std::uint64_t value, int count) {
     }
 }
 
-/// Calls `move(word, place, count)` for each word of `SIZE` bytes that has some of the first `bytes`.
+/// Of the first `bytes` of a register of SIZE bytes each word has some, all or none: calls
+/// `move(word, place, count)` with the word's place, that of its bytes in storage, and their number.
 template <int SIZE, class Move>
 IV_INLINE void each_word(int bytes, Move move) {
     constexpr int WORD = sizeof(std::uint64_t);
