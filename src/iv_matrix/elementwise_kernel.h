@@ -34,13 +34,13 @@ void elementwise(const void* a, const void* b, void* d, std::ptrdiff_t bytes) {
     if constexpr (OPERATION == FILL || OPERATION == SCALE) {
         std::memcpy(&value, b, sizeof value);
     }
-    const auto constant = L::broadcast(value);
+    const auto factor = L::broadcast(value);
     const auto result = [=](const std::uint8_t* left, const std::uint8_t* right)
                             IV_INLINED -> Stored {
         if constexpr (OPERATION == FILL) {
-            return constant;
+            return splat<Stored>(value);
         } else if constexpr (OPERATION == SCALE) {
-            return L::stored(L::product(constant, L::computed(load_whole<Stored>(left))));
+            return L::stored(L::product(factor, L::computed(load_whole<Stored>(left))));
         } else if constexpr (OPERATION == NEG) {
             return -load_whole<Stored>(left);
         } else if constexpr (OPERATION == ADD) {

@@ -12,12 +12,12 @@
 namespace iv::internal {
 namespace {
 
-// Rows of a tile of one register a row, and of one with two. There are enough sums to cover the
-// latency of the multiply-add, and few enough to leave registers for b.
+// Rows of a tile whose rows of sums take one register, two, and so on. There are enough sums to cover
+// the latency of the multiply-add, and few enough to leave registers for b.
 #if defined(__AVX512BW__)
-constexpr int TALL[] = {8, 8};
+constexpr int TALL[] = {8, 8, 8, 6};
 #elif defined(__AVX2__)
-constexpr int TALL[] = {8, 4};
+constexpr int TALL[] = {8, 6};
 #else
 constexpr int TALL[] = {4, 4};
 #endif
@@ -36,11 +36,17 @@ constexpr int TERMS = KEPT* static_cast<int>(sizeof(T)) < PIECE
                           ? PIECE / static_cast<int>(sizeof(T))
                           : KEPT;
 
-/// Rows of a that pass at once. One is enough where instructions run out of order.
+/// So few terms of few rows that tiles do not pay.
+constexpr int FEW = 8;
+
+/// Rows of a that pass at once. A sum of floats waits for its last multiply-add, one of integers only
+/// for an addition: alone it is fast enough where instructions run out of order.
+template <class T, ProductMode MODE>
+constexpr int ABREAST =
 #if defined(__x86_64__)
-constexpr int ABREAST = 1;
+    MODE != PLUS_TRANSPOSED || std::is_integral_v<T> ? 1 : 4;
 #else
-constexpr int ABREAST = 4;
+    4;
 #endif
 
 /// Terms after which the sums rest in the destination, so that the part of b in use stays cached.
@@ -70,77 +76,93 @@ IV_INLINE typename L::Computed add_term(const T* a, typename L::Computed b,
     return L::sum(MODE == MINUS ? -factor : factor, b, sum);
 }
 
-/// Rows i to i + HEIGHT - 1 of a part that is VECTORS registers wide or less. Rows beyond the last
-/// repeat it: they compute and store the same.
-template <class T, ProductMode MODE, int BYTES, int HEIGHT, int VECTORS>
-// One function, so that its registers are allotted once. NOLINTNEXTLINE(readability-function-size)
+/// Columns of d in VECTORS registers a row, of which the last may be filled in part.
+template <class T, int BYTES, int VECTORS>
+struct Row {
+    using L = Lanes<T, BYTES>;
+    using Stored = typename L::Stored;
+    using Sums = typename L::Computed[VECTORS];
+    int last; ///< bytes of the last register
+
+    explicit Row(const ProductPart& part)
+        : last((static_cast<int>(part.cols) - (VECTORS - 1) * L::COUNT) *
+               static_cast<int>(sizeof(T))) {}
+
+    IV_INLINE Stored load(const T* from, int v) const {
+        return v < VECTORS - 1 ? load_whole<Stored>(from + v * L::COUNT)
+                               : load_first<Stored>(from + v * L::COUNT, last);
+    }
+
+    /// Sums start from the values at `start`, or from nothing if it is null.
+    IV_INLINE void begin(Sums& sums, const T* start, const Product& p) const {
+        each<VECTORS>([&](auto v) IV_INLINED {
+            sums[v] =
+                L::computed(flipped<T>(start ? load(start, v) : splat<Stored>(NOTHING<T>), p));
+        });
+    }
+
+    IV_INLINE void end(const Sums& sums, T* to, const Product& p) const {
+        each<VECTORS>([&](auto v) IV_INLINED {
+            const Stored values = flipped<T>(L::stored(sums[v]), p);
+            if (v < VECTORS - 1) {
+                store_whole<Stored>(to + v * L::COUNT, values);
+            } else {
+                store_first<Stored>(to + v * L::COUNT, values, last);
+            }
+        });
+    }
+};
+
+/// Rows i to i + HEIGHT - 1 of a part that is VECTORS registers wide or less. Unless all of them
+/// exist, which COMPLETE promises, those beyond the last repeat it: they compute and store the same.
+template <class T, ProductMode MODE, int BYTES, int HEIGHT, int VECTORS, bool COMPLETE>
 void tile(const Product& p, const ProductPart& part, std::ptrdiff_t i) {
     using L = Lanes<T, BYTES>;
     using Stored = typename L::Stored;
+    const auto exists = [&](int r) IV_INLINED { return COMPLETE || i + r < p.rows; };
     const T* a[HEIGHT] = {static_cast<const T*>(part.a) + i * p.a_row};
-    std::ptrdiff_t at[HEIGHT] = {i * p.d_row}; // where the row lies in start and d
-    each<HEIGHT - 1>([&](auto r) IV_INLINED {
-        const bool exists = i + r + 1 < p.rows;
-        a[r + 1] = a[r] + (exists ? p.a_row : 0);
-        at[r + 1] = at[r] + (exists ? p.d_row : 0);
-    });
+    each<HEIGHT - 1>([&](auto r) IV_INLINED { a[r + 1] = a[r] + (exists(r + 1) ? p.a_row : 0); });
 
-    typename L::Computed sum[HEIGHT][VECTORS];
-    const int last =
-        (static_cast<int>(part.cols) - (VECTORS - 1) * L::COUNT) * static_cast<int>(sizeof(T));
-    const auto load = [last](const T* from, int v) IV_INLINED {
-        return v < VECTORS - 1 ? load_whole<Stored>(from + v * L::COUNT)
-                               : load_first<Stored>(from + v * L::COUNT, last);
-    };
+    const Row<T, BYTES, VECTORS> row(part);
+    typename L::Computed sums[HEIGHT][VECTORS];
+    const T* start = part.start ? static_cast<const T*>(part.start) + i * p.d_row : nullptr;
     each<HEIGHT>([&](auto r) IV_INLINED {
-        each<VECTORS>([&](auto v) IV_INLINED {
-            const auto start = part.start ? load(static_cast<const T*>(part.start) + at[r], v)
-                                          : splat<Stored>(NOTHING<T>);
-            sum[r][v] = L::computed(flipped<T>(start, p));
-        });
+        row.begin(sums[r], start, p);
+        start += start && exists(r + 1) ? p.d_row : 0;
     });
 
-    const auto add_row = [&](std::ptrdiff_t k, const Stored(&b)[VECTORS]) IV_INLINED {
-        typename L::Computed values[VECTORS];
-        each<VECTORS>([&](auto v) IV_INLINED { values[v] = L::computed(b[v]); });
-        each<HEIGHT>([&](auto r) IV_INLINED {
-            each<VECTORS>([&](auto v) IV_INLINED {
-                sum[r][v] = add_term<L, T, MODE>(a[r] + k * p.a_col, values[v], sum[r][v]);
-            });
-        });
-    };
+    const std::ptrdiff_t a_col = p.a_col;
+    const std::ptrdiff_t b_row = p.b_row;
     const T* b = static_cast<const T*>(part.b);
-    std::ptrdiff_t k = 0;
-    if constexpr (!MASKS) {
-        // Whole registers may reach into the next row of b, but not behind the last.
-        std::ptrdiff_t reach = VECTORS * L::COUNT - part.cols;
-        std::ptrdiff_t inside = part.inner;
-        for (; reach > 0 && inside > 0; reach -= p.b_row) {
-            --inside;
+    std::ptrdiff_t k = 0; // where the term lies in a row of a
+    const auto add_terms = [&](std::ptrdiff_t count, auto load) IV_INLINED {
+        for (; count > 0; --count, k += a_col, b += b_row) {
+            typename L::Computed values[VECTORS];
+            each<VECTORS>([&](auto v) IV_INLINED { values[v] = L::computed(load(v)); });
+            each<HEIGHT>([&](auto r) IV_INLINED {
+                each<VECTORS>([&](auto v) IV_INLINED {
+                    sums[r][v] = add_term<L, T, MODE>(a[r] + k, values[v], sums[r][v]);
+                });
+            });
         }
-        for (; k < inside; ++k, b += p.b_row) {
-            Stored row[VECTORS];
-            each<VECTORS>([&](auto v)
-                              IV_INLINED { row[v] = load_whole<Stored>(b + v * L::COUNT); });
-            add_row(k, row);
-        }
+    };
+    // Whole registers may reach into the next row of b, but not behind the last. Beside another
+    // register that pays only where there are no masks: it is one more that may cross a cache line.
+    constexpr bool may_reach = !MASKS || VECTORS == 1;
+    std::ptrdiff_t rest = 0;
+    for (std::ptrdiff_t reach = VECTORS * L::COUNT - part.cols; reach > 0 && rest < part.inner;
+         reach -= may_reach ? b_row : 0) {
+        ++rest;
     }
-    for (; k < part.inner; ++k, b += p.b_row) {
-        Stored row[VECTORS];
-        each<VECTORS>([&](auto v) IV_INLINED { row[v] = load(b, v); });
-        add_row(k, row);
-    }
+    add_terms(part.inner - rest,
+              [&](int v) IV_INLINED { return load_whole<Stored>(b + v * L::COUNT); });
+    add_terms(rest, [&](int v) IV_INLINED { return row.load(b, v); });
 
+    T* d = static_cast<T*>(part.d) + i * p.d_row;
+    const std::ptrdiff_t d_row = p.d_row;
     each<HEIGHT>([&](auto r) IV_INLINED {
-        each<VECTORS>([&](auto v) IV_INLINED {
-            T* to = static_cast<T*>(part.d) + at[r] + v * L::COUNT;
-            const auto values = flipped<T>(L::stored(sum[r][v]), p);
-            if (v < VECTORS - 1) {
-                store_whole<Stored>(to, values);
-            } else {
-                store_first<Stored>(to, values, last);
-            }
-        });
+        row.end(sums[r], d, p);
+        d += exists(r + 1) ? d_row : 0;
     });
 }
 
@@ -222,31 +244,28 @@ IV_INLINE void keep_rows(typename L::Stored* b, const Product& p, const ProductP
 template <class T, ProductMode MODE, int BYTES, int K>
 void pass_rows(const Product& p, const ProductPart& part) {
     using L = Lanes<T, BYTES>;
-    using Stored = typename L::Stored;
     constexpr bool transposed = MODE == PLUS_TRANSPOSED;
-    const int bytes = static_cast<int>(part.cols) * static_cast<int>(sizeof(T));
-    Stored b[K ? K : TERMS<T>];
+    constexpr int abreast = ABREAST<T, MODE>;
+    typename L::Stored b[K ? K : TERMS<T>];
     keep_rows<L, T, MODE, K>(b, p, part);
+    const Row<T, BYTES, 1> row(part);
     const std::ptrdiff_t a_col = transposed ? 1 : p.a_col; // Not covered: the compiler knows
     const T* a = static_cast<const T*>(part.a);
     const T* start = static_cast<const T*>(part.start);
     T* d = static_cast<T*>(part.d);
-    for (std::ptrdiff_t rows = p.rows; rows > 0; rows -= ABREAST) {
-        const T* term[ABREAST] = {a};
-        std::ptrdiff_t at[ABREAST] = {0};
-        each<ABREAST - 1>([&](auto r) IV_INLINED {
+    for (std::ptrdiff_t rows = p.rows; rows > 0; rows -= abreast) {
+        const T* term[abreast] = {a};
+        std::ptrdiff_t at[abreast] = {0};
+        each<abreast - 1>([&](auto r) IV_INLINED {
             term[r + 1] = term[r] + (r + 1 < rows ? p.a_row : 0);
             at[r + 1] = at[r] + (r + 1 < rows ? p.d_row : 0);
         });
-        typename L::Computed sum[ABREAST];
-        each<ABREAST>([&](auto r) IV_INLINED {
-            const auto values =
-                part.start ? load_first<Stored>(start + at[r], bytes) : splat<Stored>(NOTHING<T>);
-            sum[r] = L::computed(flipped<T>(values, p));
-        });
+        typename L::Computed sums[abreast][1];
+        each<abreast>([&](auto r)
+                          IV_INLINED { row.begin(sums[r], start ? start + at[r] : nullptr, p); });
         const auto add_row = [&](auto k) IV_INLINED {
-            each<ABREAST>([&](auto r) IV_INLINED {
-                sum[r] = add_term<L, T, MODE>(term[r], L::computed(b[k]), sum[r]);
+            each<abreast>([&](auto r) IV_INLINED {
+                sums[r][0] = add_term<L, T, MODE>(term[r], L::computed(b[k]), sums[r][0]);
                 term[r] += a_col;
             });
         };
@@ -257,60 +276,73 @@ void pass_rows(const Product& p, const ProductPart& part) {
                 add_row(k);
             }
         }
-        each<ABREAST>([&](auto r) IV_INLINED {
-            store_first<Stored>(d + at[r], flipped<T>(L::stored(sum[r]), p), bytes);
-        });
-        a += ABREAST * p.a_row;
-        start += part.start ? ABREAST * p.d_row : 0;
-        d += ABREAST * p.d_row;
+        each<abreast>([&](auto r) IV_INLINED { row.end(sums[r], d + at[r], p); });
+        a += abreast * p.a_row;
+        start += start ? abreast * p.d_row : 0;
+        d += abreast * p.d_row;
     }
 }
 
-/// The K of so many terms. Code of their own get full blocks, and the counts of small matrices where
-/// masks serve their edges in place.
-template <class T, ProductMode MODE>
-constexpr int registers_for(int count) {
-    const bool pieces = count % (PIECE / static_cast<int>(sizeof(T))) == 0;
-    const bool full = count == TERMS<T> && MODE != MINUS && (MASKS || std::is_floating_point_v<T>);
-    // Not covered: the compiler runs it
-    // Not covered: the compiler runs it
-    const bool filter = count == 4 || count == 8;
-    const bool tiny = count == 2 || count == 3 || count == 6 || count == 12;
-    const bool small =
-        std::is_floating_point_v<T> ? filter || (tiny && MODE == PLUS) : count == 8 && MODE == PLUS;
-    return (pieces || MODE != PLUS_TRANSPOSED) && (full || (MASKS && small)) ? count : 0;
-}
+/// Full blocks of transposed rows get code of their own.
+template <class T, ProductMode MODE, int COUNT>
+constexpr bool IS_FULL = MODE == PLUS_TRANSPOSED&& COUNT == TERMS<T> &&
+                         (MASKS || std::is_floating_point_v<T>);
 
+/// So do the counts of small matrices, where masks serve their edges in place.
+template <class T, ProductMode MODE, int COUNT>
+constexpr bool IS_SMALL = MASKS && (std::is_floating_point_v<T>
+                                        ? COUNT == 4 || COUNT == 8 || (MODE == PLUS && COUNT <= FEW)
+                                        : MODE == PLUS && COUNT == FEW);
+
+/// Ways through the rows by the number of terms.
 template <class T, ProductMode MODE, int BYTES, class Counts>
 struct Passes;
 template <class T, ProductMode MODE, int BYTES, int... COUNT>
 struct Passes<T, MODE, BYTES, std::integer_sequence<int, COUNT...>> {
     static constexpr void (*OF[])(const Product&, const ProductPart&) = {
-        pass_rows<T, MODE, BYTES, registers_for<T, MODE>(COUNT)>...};
+        pass_rows < T, MODE, BYTES,
+        IS_FULL<T, MODE, COUNT> || IS_SMALL<T, MODE, COUNT> ? COUNT : 0 > ...};
 };
+
+/// Registers that a row of sums takes.
+template <class T, int BYTES, int VECTORS>
+constexpr int REGISTERS =
+    VECTORS* static_cast<int>(sizeof(typename Lanes<T, BYTES>::Computed)) / BYTES;
 
 /// All rows of a part that is VECTORS registers wide or less.
 template <class T, ProductMode MODE, int BYTES, int VECTORS>
 IV_INLINE void panel(const Product& p, const ProductPart& part) {
+    constexpr int height = TALL[REGISTERS<T, BYTES, VECTORS> - 1];
     if constexpr (VECTORS == 1 && (MASKS || MODE == PLUS_TRANSPOSED)) {
-        if (MODE == PLUS_TRANSPOSED || part.inner <= TERMS<T>) {
-            using Counts = std::make_integer_sequence<int, TERMS<T> + 1>;
+        if (MODE == PLUS_TRANSPOSED || (p.rows < height && part.inner <= FEW)) {
+            constexpr int most = MODE == PLUS_TRANSPOSED ? TERMS<T> : FEW;
+            using Counts = std::make_integer_sequence<int, most + 1>;
             return Passes<T, MODE, BYTES, Counts>::OF[part.inner > 0 ? part.inner : 0](p, part);
         }
     }
     if constexpr (MODE != PLUS_TRANSPOSED) {
-        constexpr int height = TALL[VECTORS - 1];
         std::ptrdiff_t i = 0;
         if constexpr (height > FLAT) {
-            for (; p.rows - i > FLAT; i += height) {
-                tile<T, MODE, BYTES, height, VECTORS>(p, part, i);
+            for (; p.rows - i >= height; i += height) {
+                tile<T, MODE, BYTES, height, VECTORS, true>(p, part, i);
+            }
+            if constexpr (VECTORS == 1) {
+                if (p.rows - i > FLAT) {
+                    return tile<T, MODE, BYTES, height, VECTORS, false>(p, part, i);
+                }
             }
         }
         for (; i < p.rows; i += FLAT) {
-            tile<T, MODE, BYTES, FLAT, VECTORS>(p, part, i);
+            tile<T, MODE, BYTES, FLAT, VECTORS, false>(p, part, i);
         }
     }
 }
+
+/// The most columns of a part, in registers.
+template <class T, ProductMode MODE>
+constexpr int MOST = MODE == PLUS
+                         ? static_cast<int>(sizeof TALL / sizeof TALL[0]) / REGISTERS<T, WIDE, 1>
+                         : 1;
 
 template <class T, ProductMode MODE>
 void product(const Product& p) {
@@ -318,6 +350,7 @@ void product(const Product& p) {
     constexpr std::ptrdiff_t block = transposed ? TERMS<T> : INNER_BLOCK;
     constexpr std::ptrdiff_t wide = WIDE / sizeof(T);
     constexpr std::ptrdiff_t narrow = NARROW / sizeof(T);
+    constexpr int most = MOST<T, MODE>;
     const auto one_register_wide = [&p](const ProductPart& part) IV_INLINED {
         part.cols > narrow ? panel<T, MODE, WIDE, 1>(p, part) : panel<T, MODE, NARROW, 1>(p, part);
     };
@@ -334,16 +367,24 @@ void product(const Product& p) {
         const std::ptrdiff_t inner = all.inner - k < block ? all.inner - k : block;
         for (std::ptrdiff_t j = 0; j < all.cols;) {
             const std::ptrdiff_t left = all.cols - j;
-            const std::ptrdiff_t most = MODE == PLUS && left > wide ? 2 * wide : wide;
+            // What does not fit at once, but into two parts, goes in halves: no narrow rest is left.
+            const std::ptrdiff_t registers = (left + wide - 1) / wide;
+            const std::ptrdiff_t vectors = registers <= most      ? registers
+                                           : registers < 2 * most ? (registers + 1) / 2
+                                                                  : most;
+            const std::ptrdiff_t cols = vectors * wide < left ? vectors * wide : left;
             const ProductPart part{
-                a,     b + j * (transposed ? p.b_row : 1), start ? start + j : nullptr,
-                d + j, left < most ? left : most,          inner};
-            if (MODE == PLUS && left > wide) {
-                panel<T, MODE, WIDE, 2>(p, part);
-            } else {
+                a,    b + j * (transposed ? p.b_row : 1), start ? start + j : nullptr, d + j, cols,
+                inner};
+            if (vectors == 1) {
                 one_register_wide(part);
             }
-            j += most;
+            each<most - 1>([&](auto more) IV_INLINED {
+                if (vectors == more + 2) {
+                    panel<T, MODE, WIDE, more + 2>(p, part);
+                }
+            });
+            j += cols;
         }
         k += block;
     } while (k < all.inner);
