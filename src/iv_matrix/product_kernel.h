@@ -119,16 +119,22 @@ template <class T, ProductMode MODE, int BYTES, int HEIGHT, int VECTORS, bool CO
 void tile(const Product& p, const ProductPart& part, std::ptrdiff_t i) {
     using L = Lanes<T, BYTES>;
     using Stored = typename L::Stored;
-    const auto exists = [&](int r) IV_INLINED { return COMPLETE || i + r < p.rows; };
     const T* a[HEIGHT] = {static_cast<const T*>(part.a) + i * p.a_row};
-    each<HEIGHT - 1>([&](auto r) IV_INLINED { a[r + 1] = a[r] + (exists(r + 1) ? p.a_row : 0); });
+    // From each row of start and d to the next. Where all rows exist it is read where it is needed:
+    // registers are short in between.
+    std::ptrdiff_t steps[HEIGHT] = {};
+    each<HEIGHT - 1>([&](auto r) IV_INLINED {
+        const bool exists = COMPLETE || i + r + 1 < p.rows;
+        a[r + 1] = a[r] + (exists ? p.a_row : 0);
+        steps[r] = exists ? p.d_row : 0;
+    });
 
     const Row<T, BYTES, VECTORS> row(part);
     typename L::Computed sums[HEIGHT][VECTORS];
     const T* start = part.start ? static_cast<const T*>(part.start) + i * p.d_row : nullptr;
     each<HEIGHT>([&](auto r) IV_INLINED {
         row.begin(sums[r], start, p);
-        start += start && exists(r + 1) ? p.d_row : 0;
+        start += !start ? 0 : COMPLETE ? p.d_row : steps[r];
     });
 
     const std::ptrdiff_t a_col = p.a_col;
@@ -159,10 +165,10 @@ void tile(const Product& p, const ProductPart& part, std::ptrdiff_t i) {
     add_terms(rest, [&](int v) IV_INLINED { return row.load(b, v); });
 
     T* d = static_cast<T*>(part.d) + i * p.d_row;
-    const std::ptrdiff_t d_row = p.d_row;
+    const std::ptrdiff_t d_row = p.d_row; // for all the compiler knows, a store changes it
     each<HEIGHT>([&](auto r) IV_INLINED {
         row.end(sums[r], d, p);
-        d += exists(r + 1) ? d_row : 0;
+        d += COMPLETE ? d_row : steps[r];
     });
 }
 
