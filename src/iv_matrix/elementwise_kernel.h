@@ -24,11 +24,8 @@ constexpr int AHEAD = WIDE == PIECE ? TURN : 1;
 template <class T, ElementwiseOperation OPERATION>
 // One function, so that its loops share their ends. NOLINTNEXTLINE(readability-function-size)
 void elementwise(const void* a, const void* b, void* d, std::ptrdiff_t bytes) {
-    // Two loads for a store are the limit, and some CPUs do a wide one in two halves: narrow ones,
-    // which they do as fast, wait less for each other.
     constexpr bool two_sources = OPERATION == ADD || OPERATION == SUB;
-    constexpr int BYTES = two_sources ? NARROW : WIDE;
-    using L = Lanes<T, BYTES>;
+    using L = Lanes<T, WIDE>;
     using Stored = typename L::Stored;
     T value{};
     if constexpr (OPERATION == FILL || OPERATION == SCALE) {
@@ -53,11 +50,11 @@ void elementwise(const void* a, const void* b, void* d, std::ptrdiff_t bytes) {
     // A source that an operation lacks is any array: nothing is loaded from it.
     const auto* left = static_cast<const std::uint8_t*>(OPERATION == FILL ? d : a);
     const auto* right = two_sources ? static_cast<const std::uint8_t*>(b) : left;
-    const auto* const last_left = left + bytes - BYTES;
-    const auto* const last_right = right + bytes - BYTES;
+    const auto* const last_left = left + bytes - WIDE;
+    const auto* const last_right = right + bytes - WIDE;
     auto* ready_for = static_cast<std::uint8_t*>(d); // where the register goes that is ready
     auto* next = ready_for;
-    auto* const end = next + bytes - BYTES;
+    auto* const end = next + bytes - WIDE;
     Stored ready = result(left, right);
     const auto advance = [&](std::ptrdiff_t by) IV_INLINED {
         left += by;
@@ -68,29 +65,29 @@ void elementwise(const void* a, const void* b, void* d, std::ptrdiff_t bytes) {
     // else the last would be loaded from what the first had been stored to.
     constexpr std::uintptr_t whole_values = -sizeof(T);
     const std::uintptr_t unaligned =
-        bytes <= std::ptrdiff_t{2} * BYTES ? 0 : reinterpret_cast<std::uintptr_t>(d) % BYTES;
-    advance(static_cast<std::ptrdiff_t>((BYTES - unaligned) & whole_values));
-    while (end - next > std::ptrdiff_t{TURN - 1} * BYTES) {
+        bytes <= std::ptrdiff_t{2} * WIDE ? 0 : reinterpret_cast<std::uintptr_t>(d) % WIDE;
+    advance(static_cast<std::ptrdiff_t>((WIDE - unaligned) & whole_values));
+    while (end - next > std::ptrdiff_t{TURN - 1} * WIDE) {
         each<TURN / AHEAD>([&](auto group) IV_INLINED {
             Stored results[AHEAD];
             each<AHEAD>([&](auto v) IV_INLINED {
-                constexpr int i = (group * AHEAD + v) * BYTES;
+                constexpr int i = (group * AHEAD + v) * WIDE;
                 results[v] = result(left + i, right + i);
             });
             each<AHEAD>([&](auto v) IV_INLINED {
                 store_whole(ready_for, ready);
                 ready = results[v];
-                ready_for = next + (group * AHEAD + v) * BYTES;
+                ready_for = next + (group * AHEAD + v) * WIDE;
             });
         });
-        advance(TURN * BYTES);
+        advance(TURN * WIDE);
     }
     while (next < end) {
         const Stored one = result(left, right);
         store_whole(ready_for, ready);
         ready = one;
         ready_for = next;
-        advance(BYTES);
+        advance(WIDE);
     }
     const Stored last = result(last_left, last_right);
     store_whole(ready_for, ready);
