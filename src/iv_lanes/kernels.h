@@ -114,7 +114,7 @@ extern const Kernels* chosen_kernels;
 /// The kernels of this machine. Threads may race to the first call: they all store the same.
 inline const Kernels& kernels() {
     const Kernels* chosen = __atomic_load_n(&chosen_kernels, __ATOMIC_RELAXED);
-    return chosen ? *chosen : choose_kernels();
+    return __builtin_expect(chosen != nullptr, 1) ? *chosen : choose_kernels();
 }
 #else
 extern const Kernels KERNELS_BASELINE;

@@ -315,32 +315,48 @@ template <class T, int BYTES, int VECTORS>
 constexpr int REGISTERS =
     VECTORS* static_cast<int>(sizeof(typename Lanes<T, BYTES>::Computed)) / BYTES;
 
-/// All rows of a part that is VECTORS registers wide or less.
+/// All rows of a part that is VECTORS registers wide or less, in tiles.
 template <class T, ProductMode MODE, int BYTES, int VECTORS>
-IV_INLINE void panel(const Product& p, const ProductPart& part) {
+[[gnu::noinline]] void tiles(const Product& p, const ProductPart& part) {
     constexpr int height = TALL[REGISTERS<T, BYTES, VECTORS> - 1];
-    if constexpr (VECTORS == 1 && (MASKS || MODE == PLUS_TRANSPOSED)) {
-        if (MODE == PLUS_TRANSPOSED || (p.rows < height && part.inner <= FEW)) {
-            constexpr int most = MODE == PLUS_TRANSPOSED ? TERMS<T> : FEW;
-            using Counts = std::make_integer_sequence<int, most + 1>;
+    std::ptrdiff_t i = 0;
+    if constexpr (height > FLAT) {
+        for (; p.rows - i >= height; i += height) {
+            tile<T, MODE, BYTES, height, VECTORS, true>(p, part, i);
+        }
+        if constexpr (VECTORS == 1) {
+            if (p.rows - i > FLAT) {
+                return tile<T, MODE, BYTES, height, VECTORS, false>(p, part, i);
+            }
+        }
+    }
+    for (; i < p.rows; i += FLAT) {
+        tile<T, MODE, BYTES, FLAT, VECTORS, false>(p, part, i);
+    }
+}
+
+/// All rows of a part that is one register wide or less.
+template <class T, ProductMode MODE, int BYTES>
+IV_INLINE void narrow_part(const Product& p, const ProductPart& part) {
+    constexpr bool transposed = MODE == PLUS_TRANSPOSED;
+    constexpr int height = TALL[REGISTERS<T, BYTES, 1> - 1];
+    if constexpr (MASKS || transposed) {
+        if (transposed || (p.rows < height && part.inner <= FEW)) {
+            using Counts = std::make_integer_sequence<int, (transposed ? TERMS<T> : FEW) + 1>;
             return Passes<T, MODE, BYTES, Counts>::OF[part.inner > 0 ? part.inner : 0](p, part);
         }
     }
-    if constexpr (MODE != PLUS_TRANSPOSED) {
-        std::ptrdiff_t i = 0;
-        if constexpr (height > FLAT) {
-            for (; p.rows - i >= height; i += height) {
-                tile<T, MODE, BYTES, height, VECTORS, true>(p, part, i);
-            }
-            if constexpr (VECTORS == 1) {
-                if (p.rows - i > FLAT) {
-                    return tile<T, MODE, BYTES, height, VECTORS, false>(p, part, i);
-                }
-            }
-        }
-        for (; i < p.rows; i += FLAT) {
-            tile<T, MODE, BYTES, FLAT, VECTORS, false>(p, part, i);
-        }
+    if constexpr (!transposed) {
+        tiles<T, MODE, BYTES, 1>(p, part);
+    }
+}
+
+template <class T, ProductMode MODE>
+IV_INLINE void narrow_part(const Product& p, const ProductPart& part) {
+    if (part.cols > NARROW / static_cast<std::ptrdiff_t>(sizeof(T))) {
+        narrow_part<T, MODE, WIDE>(p, part);
+    } else {
+        narrow_part<T, MODE, NARROW>(p, part);
     }
 }
 
@@ -350,20 +366,21 @@ constexpr int MOST = MODE == PLUS
                          ? static_cast<int>(sizeof TALL / sizeof TALL[0]) / REGISTERS<T, WIDE, 1>
                          : 1;
 
+/// Columns of a register.
+template <class T>
+constexpr std::ptrdiff_t COLUMNS = WIDE / static_cast<std::ptrdiff_t>(sizeof(T));
+
+/// Terms that a part may have.
 template <class T, ProductMode MODE>
-void product(const Product& p) {
+constexpr std::ptrdiff_t BLOCK = MODE == PLUS_TRANSPOSED ? TERMS<T> : INNER_BLOCK;
+
+template <class T, ProductMode MODE>
+[[gnu::noinline]] void product_in_parts(const Product& p) {
     constexpr bool transposed = MODE == PLUS_TRANSPOSED;
-    constexpr std::ptrdiff_t block = transposed ? TERMS<T> : INNER_BLOCK;
-    constexpr std::ptrdiff_t wide = WIDE / sizeof(T);
-    constexpr std::ptrdiff_t narrow = NARROW / sizeof(T);
+    constexpr std::ptrdiff_t block = BLOCK<T, MODE>;
+    constexpr std::ptrdiff_t wide = COLUMNS<T>;
     constexpr int most = MOST<T, MODE>;
-    const auto one_register_wide = [&p](const ProductPart& part) IV_INLINED {
-        part.cols > narrow ? panel<T, MODE, WIDE, 1>(p, part) : panel<T, MODE, NARROW, 1>(p, part);
-    };
     const ProductPart& all = p.all;
-    if (all.cols <= wide && all.inner <= block) {
-        return one_register_wide(all);
-    }
     std::ptrdiff_t k = 0;
     do {
         const T* a = static_cast<const T*>(all.a) + k * p.a_col;
@@ -383,17 +400,25 @@ void product(const Product& p) {
                 a,    b + j * (transposed ? p.b_row : 1), start ? start + j : nullptr, d + j, cols,
                 inner};
             if (vectors == 1) {
-                one_register_wide(part);
+                narrow_part<T, MODE>(p, part);
             }
             each<most - 1>([&](auto more) IV_INLINED {
                 if (vectors == more + 2) {
-                    panel<T, MODE, WIDE, more + 2>(p, part);
+                    tiles<T, MODE, WIDE, more + 2>(p, part);
                 }
             });
             j += cols;
         }
         k += block;
     } while (k < all.inner);
+}
+
+template <class T, ProductMode MODE>
+void product(const Product& p) {
+    if (p.all.cols <= COLUMNS<T> && p.all.inner <= BLOCK<T, MODE>) {
+        return narrow_part<T, MODE>(p, p.all);
+    }
+    product_in_parts<T, MODE>(p);
 }
 
 } // namespace
