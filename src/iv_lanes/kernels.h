@@ -37,6 +37,8 @@ struct Product {
 /// How a product reads its second factor and what it does with the terms.
 enum ProductMode { PLUS, MINUS, PLUS_TRANSPOSED, PRODUCT_MODES };
 
+using ProductKernel = void(const Product&);
+
 /// d[i] = operation(a[i], b[i]) over flat arrays of `bytes` bytes, at least Kernels::width, of which
 /// d starts at or before a source or does not overlap it. The b of a scaling is one value, a
 /// negation has none.
@@ -80,7 +82,7 @@ struct Kernels {
     const char* level;    ///< name of the instruction set
     std::ptrdiff_t width; ///< bytes of a register
     /// By depth and mode. Signed and unsigned integers share: the low bits are the same.
-    void (*product[8][PRODUCT_MODES])(const Product&);
+    ProductKernel* product[8][PRODUCT_MODES];
     /// By depth and operation, shared likewise.
     Elementwise* elementwise[8][ELEMENTWISE_OPERATIONS];
     Elementwise* fill; ///< d[i] = *b, in 64-bit words; the last may be cut

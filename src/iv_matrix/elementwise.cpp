@@ -48,28 +48,30 @@ void one_by_one(ElementwiseOperation operation, const void* src1, const void* sr
     }
 }
 
-/// dst = src1 operation b
-void compute(ElementwiseOperation operation, const iv_mat_t* src1, const void* b,
-             const iv_mat_t* dst) {
-    const void* a = src1->data.p;
-    void* d = dst->data.p;
-    const std::ptrdiff_t count = value_count(src1);
-    const std::ptrdiff_t bytes = count * IV_ELEM_SIZE1(src1->type);
-    if (bytes <= 0) {
-        return;
-    }
-    const bool two_sources = operation == ADD || operation == SUB;
-    const Kernels& table = kernels();
-    if (bytes >= table.width && !is_read_later(d, a, bytes) &&
-        !(two_sources && is_read_later(d, b, bytes))) {
-        return table.elementwise[IV_MAT_DEPTH(src1->type)][operation](a, b, d, bytes);
-    }
-    visit_depth(src1->type, [=](auto tag) {
+void one_by_one(int type, ElementwiseOperation operation, const void* a, const void* b, void* d,
+                std::ptrdiff_t count) {
+    visit_depth(type, [=](auto tag) {
         // Signed and unsigned integers share: the low bits are the same.
         using T = TypeOf<decltype(tag)>;
         one_by_one<std::conditional_t<std::is_integral_v<T>, BitsOf<T>, T>>(operation, a, b, d,
                                                                             count);
     });
+}
+
+/// dst = src1 operation b
+void compute(ElementwiseOperation operation, const iv_mat_t* src1, const void* b,
+             const iv_mat_t* dst) {
+    const Kernels& table = kernels();
+    const void* a = src1->data.p;
+    void* d = dst->data.p;
+    const std::ptrdiff_t count = value_count(src1);
+    const std::ptrdiff_t bytes = count * IV_ELEM_SIZE1(src1->type);
+    const bool two_sources = operation == ADD || operation == SUB;
+    if (bytes >= table.width && !is_read_later(d, a, bytes) &&
+        !(two_sources && is_read_later(d, b, bytes))) {
+        return table.elementwise[IV_MAT_DEPTH(src1->type)][operation](a, b, d, bytes);
+    }
+    one_by_one(src1->type, operation, a, b, d, count);
 }
 
 } // namespace

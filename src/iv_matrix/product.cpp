@@ -11,6 +11,10 @@ using namespace iv::internal;
 
 namespace {
 
+/// The kernels of an element type. The functions ask for theirs before anything else: what they know
+/// by then need not outlast the call that finds the table.
+using ProductKernels = ProductKernel* const[PRODUCT_MODES];
+
 /// How the first factor is walked.
 struct Factor {
     const iv_mat_t* mat;
@@ -27,17 +31,18 @@ Factor first_transposed(const iv_mat_t* mat) {
 }
 
 /// dst = start + sign * a * b; without a start the first term is formed whatever the inner size.
-void compute(int type, ProductMode mode, Factor a, const iv_mat_t* b, const void* start,
-             iv_mat_t* dst) {
+/// Inlined, for it is a good part of what a product of 2 x 2 values costs.
+[[gnu::always_inline]] inline void compute(const ProductKernels& of_type, ProductMode mode,
+                                           Factor a, const iv_mat_t* b, const void* start,
+                                           iv_mat_t* dst) {
     if (dst->rows < 1 || dst->cols < 1) {
         return; // kernels count on a row and a column
     }
     const int inner = start || a.inner > 0 ? a.inner : 1;
-    const auto kernel = kernels().product[IV_MAT_DEPTH(type)];
     if (dst->cols == 1 && mode != MINUS) {
         // A single column is the row it equals in storage, with the factors exchanged.
         const bool rows_of_a = a.col == 1;
-        kernel[rows_of_a ? PLUS_TRANSPOSED : PLUS](
+        of_type[rows_of_a ? PLUS_TRANSPOSED : PLUS](
             {{b->data.p, a.mat->data.p, start, dst->data.p, dst->rows, inner},
              0,
              1,
@@ -46,13 +51,13 @@ void compute(int type, ProductMode mode, Factor a, const iv_mat_t* b, const void
              1,
              0});
     } else {
-        kernel[mode]({{a.mat->data.p, b->data.p, start, dst->data.p, dst->cols, inner},
-                      a.row,
-                      a.col,
-                      b->cols,
-                      dst->cols,
-                      dst->rows,
-                      mode == MINUS ? ~std::uint64_t{0} : 0});
+        of_type[mode]({{a.mat->data.p, b->data.p, start, dst->data.p, dst->cols, inner},
+                       a.row,
+                       a.col,
+                       b->cols,
+                       dst->cols,
+                       dst->rows,
+                       mode == MINUS ? ~std::uint64_t{0} : 0});
     }
 }
 
@@ -85,21 +90,21 @@ void iv_mat_mul(iv_mat_t* src1, iv_mat_t* src2, iv_mat_t* dst, int flags) {
     if ((type & CHANNEL_BITS) || src2->type != type || dst->type != type) {
         return;
     }
+    const ProductKernels& of_type = kernels().product[IV_MAT_DEPTH(type)];
+    ProductMode mode = PLUS;
+    Factor a = as_it_lies(src1);
+    bool fits = false;
     if (flags & IV_MAT_TRANS_SRC1) {
-        if (src1->rows != src2->rows || !has_shape(dst, src1->cols, src2->cols)) {
-            return;
-        }
-        compute(type, PLUS, first_transposed(src1), src2, nullptr, dst);
+        a = first_transposed(src1);
+        fits = src1->rows == src2->rows && has_shape(dst, src1->cols, src2->cols);
     } else if (flags & IV_MAT_TRANS_SRC2) {
-        if (src1->cols != src2->cols || !has_shape(dst, src1->rows, src2->rows)) {
-            return;
-        }
-        compute(type, PLUS_TRANSPOSED, as_it_lies(src1), src2, nullptr, dst);
+        mode = PLUS_TRANSPOSED;
+        fits = src1->cols == src2->cols && has_shape(dst, src1->rows, src2->rows);
     } else {
-        if (src1->cols != src2->rows || !has_shape(dst, src1->rows, src2->cols)) {
-            return;
-        }
-        compute(type, PLUS, as_it_lies(src1), src2, nullptr, dst);
+        fits = src1->cols == src2->rows && has_shape(dst, src1->rows, src2->cols);
+    }
+    if (fits) {
+        compute(of_type, mode, a, src2, nullptr, dst);
     }
 }
 
@@ -108,12 +113,13 @@ void iv_mat_muladd(iv_mat_t* src1, iv_mat_t* src2, iv_mat_t* src3, iv_mat_t* dst
     if ((type & CHANNEL_BITS) || src2->type != type || src3->type != type || dst->type != type) {
         return;
     }
+    const ProductKernels& of_type = kernels().product[IV_MAT_DEPTH(type)];
     if (flags & IV_MAT_TRANS_SRC2) {
         if (src1->cols != src2->cols || !has_shape(src3, src1->rows, src2->rows) ||
             !same_shape(src3, dst)) {
             return;
         }
-        compute(type, PLUS_TRANSPOSED, as_it_lies(src1), src2, src3->data.p, dst);
+        compute(of_type, PLUS_TRANSPOSED, as_it_lies(src1), src2, src3->data.p, dst);
     } else {
         if (src1->cols != src2->rows || !has_shape(src3, src1->rows, src2->cols) ||
             !same_shape(src3, dst)) {
@@ -121,7 +127,7 @@ void iv_mat_muladd(iv_mat_t* src1, iv_mat_t* src2, iv_mat_t* src3, iv_mat_t* dst
         }
         // The row size is src2's step, whatever the steps of src3 and dst: part of the contract.
         const void* start = placed(src3, dst, src2->step);
-        compute(type, PLUS, as_it_lies(src1), src2, start, dst);
+        compute(of_type, PLUS, as_it_lies(src1), src2, start, dst);
     }
 }
 
@@ -132,6 +138,7 @@ void iv_mat_submul(iv_mat_t* src1, iv_mat_t* src2, iv_mat_t* src3, iv_mat_t* dst
         dst->type != type) {
         return;
     }
+    const ProductKernels& of_type = kernels().product[IV_MAT_DEPTH(type)];
     const bool identity = flag & IV_MAT_IDENTITY_SRC1;
     if (src2->cols != src3->rows || (!identity && !has_shape(src1, src2->rows, src3->cols)) ||
         !has_shape(dst, src2->rows, src3->cols)) {
@@ -143,5 +150,5 @@ void iv_mat_submul(iv_mat_t* src1, iv_mat_t* src2, iv_mat_t* src3, iv_mat_t* dst
     } else {
         start = placed(src1, dst, src1->step);
     }
-    compute(type, MINUS, as_it_lies(src2), src3, start, dst);
+    compute(of_type, MINUS, as_it_lies(src2), src3, start, dst);
 }
