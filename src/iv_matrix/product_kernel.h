@@ -300,14 +300,17 @@ constexpr bool IS_SMALL = MASKS && (std::is_floating_point_v<T>
                                         ? COUNT == 4 || COUNT == 8 || (MODE == PLUS && COUNT <= FEW)
                                         : MODE == PLUS && COUNT == FEW);
 
+template <class T, ProductMode MODE, int COUNT>
+using KeptTerms = std::conditional_t<IS_FULL<T, MODE, COUNT> || IS_SMALL<T, MODE, COUNT>,
+                                     Constant<COUNT>, Constant<0>>;
+
 /// Ways through the rows by the number of terms.
 template <class T, ProductMode MODE, int BYTES, class Counts>
 struct Passes;
 template <class T, ProductMode MODE, int BYTES, int... COUNT>
 struct Passes<T, MODE, BYTES, std::integer_sequence<int, COUNT...>> {
     static constexpr void (*OF[])(const Product&, const ProductPart&) = {
-        pass_rows < T, MODE, BYTES,
-        IS_FULL<T, MODE, COUNT> || IS_SMALL<T, MODE, COUNT> ? COUNT : 0 > ...};
+        pass_rows<T, MODE, BYTES, KeptTerms<T, MODE, COUNT>::value>...};
 };
 
 /// Registers that a row of sums takes.
@@ -379,7 +382,7 @@ template <class T, ProductMode MODE>
     constexpr bool transposed = MODE == PLUS_TRANSPOSED;
     constexpr std::ptrdiff_t block = BLOCK<T, MODE>;
     constexpr std::ptrdiff_t wide = COLUMNS<T>;
-    constexpr int most = MOST<T, MODE>;
+    constexpr std::ptrdiff_t most = MOST<T, MODE>;
     const ProductPart& all = p.all;
     std::ptrdiff_t k = 0;
     do {
@@ -402,7 +405,7 @@ template <class T, ProductMode MODE>
             if (vectors == 1) {
                 narrow_part<T, MODE>(p, part);
             }
-            each<most - 1>([&](auto more) IV_INLINED {
+            each<MOST<T, MODE> - 1>([&](auto more) IV_INLINED {
                 if (vectors == more + 2) {
                     tiles<T, MODE, WIDE, more + 2>(p, part);
                 }
