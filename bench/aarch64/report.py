@@ -12,13 +12,13 @@ FLAGS = ["-std=c++17", "-O2", "-fPIC", "-ffp-contract=off", "-fno-exceptions", "
          "-fvisibility=hidden", "-DIV_KERNELS=KERNELS_BASELINE", '-DIV_LEVEL="baseline"']
 COMPILERS = {"g++": ["aarch64-linux-gnu-g++"], "clang": ["clang++", "--target=aarch64-linux-gnu"]}
 
-# Title and a part of the symbol that holds the loop.
+# Title and a part of the symbol that holds the loop: a tile may be a function or a part of one.
 KERNELS = {
-    "product, 4 rows x 2 registers": "product<float, (iv::internal::ProductMode)0>",
-    "A·B', 4 rows x 8 terms": "pass_rows<float, (iv::internal::ProductMode)2, 16, 8>",
-    "add": "elementwise<float, (iv::internal::ElementwiseOperation)2>",
+    "product, 4 rows x 2 registers": r"tiles?<float, \(iv::internal::ProductMode\)0, 16, (4, )?2\b",
+    "A·B', 4 rows x 8 terms": r"pass_rows<float, \(iv::internal::ProductMode\)2, 16, 8>",
+    "add": r"elementwise<float, \(iv::internal::ElementwiseOperation\)2>",
     "inverse, row update": "eliminate<4>",
-    "nearest track": "nearest(",
+    "nearest track": r"nearest\(",
 }
 
 # The units of LLVM's models, by what they do.
@@ -106,7 +106,7 @@ def hot_loop(code):
     straight = list(straight_loops(code))
     if any(work(loop) != (0, 0) for loop in straight):
         return max(straight, key=lambda loop: (work(loop), -len(loop)))
-    return max(ways_round(code), key=lambda loop: (work(loop), len(loop)))
+    return max(ways_round(code), key=lambda loop: (work(loop), len(loop)), default=[])
 
 
 def apart(loop):
@@ -152,8 +152,9 @@ def print_loops(build):
     code = {compiler: functions(compiler, build) for compiler in COMPILERS}
     for title, symbol in KERNELS.items():
         for compiler in COMPILERS:
-            name = next(name for name in code[compiler] if symbol in name)
-            loop = hot_loop(code[compiler][name])
+            loops = [hot_loop(lines) for name, lines in code[compiler].items()
+                     if re.search(symbol, name)]
+            loop = max(loops, key=work)
             shown.append("%s, %s:\n\t%s" % (title, compiler, "\n\t".join(loop)))
             stack = sum(bool(STACK.search(text)) for text in loop)
             scalar = "yes" if any(SCALAR_FMA.match(text) for text in loop) else "no"
