@@ -30,11 +30,19 @@ constexpr int KEPT = 16;
 constexpr int KEPT = 8;
 #endif
 
-/// Terms that are added at once, whole pieces of them.
+/// Registers that a row of sums takes.
+template <class T, int BYTES, int VECTORS>
+constexpr int REGISTERS =
+    VECTORS* static_cast<int>(sizeof(typename Lanes<T, BYTES>::Computed)) / BYTES;
+
+/// Terms that are added at once: so many that their rows of b, taken apart as sums are, can be kept,
+/// but a whole piece.
 template <class T>
-constexpr int TERMS = KEPT* static_cast<int>(sizeof(T)) < PIECE
-                          ? PIECE / static_cast<int>(sizeof(T))
-                          : KEPT;
+constexpr int KEPT_TERMS = KEPT / REGISTERS<T, WIDE, 1>;
+template <class T>
+constexpr int PIECE_TERMS = PIECE / static_cast<int>(sizeof(T));
+template <class T>
+constexpr int TERMS = KEPT_TERMS<T> > PIECE_TERMS<T> ? KEPT_TERMS<T> : PIECE_TERMS<T>;
 
 /// So few terms of few rows that tiles do not pay.
 constexpr int FEW = 8;
@@ -312,11 +320,6 @@ struct Passes<T, MODE, BYTES, std::integer_sequence<int, COUNT...>> {
     static constexpr void (*OF[])(const Product&, const ProductPart&) = {
         pass_rows<T, MODE, BYTES, KeptTerms<T, MODE, COUNT>::value>...};
 };
-
-/// Registers that a row of sums takes.
-template <class T, int BYTES, int VECTORS>
-constexpr int REGISTERS =
-    VECTORS* static_cast<int>(sizeof(typename Lanes<T, BYTES>::Computed)) / BYTES;
 
 /// All rows of a part that is VECTORS registers wide or less, in tiles.
 template <class T, ProductMode MODE, int BYTES, int VECTORS>
