@@ -32,8 +32,8 @@ constexpr int KEPT = 8;
 
 /// Registers that a row of sums takes.
 template <class T, int BYTES, int VECTORS>
-constexpr int REGISTERS =
-    VECTORS* static_cast<int>(sizeof(typename Lanes<T, BYTES>::Computed)) / BYTES;
+constexpr int REGISTERS = static_cast<int>(VECTORS * sizeof(typename Lanes<T, BYTES>::Computed) /
+                                           BYTES);
 
 /// Terms that are added at once: so many that their rows of b, taken apart as sums are, can be kept,
 /// but a whole piece.
@@ -47,8 +47,8 @@ constexpr int TERMS = KEPT_TERMS<T> > PIECE_TERMS<T> ? KEPT_TERMS<T> : PIECE_TER
 /// So few terms of few rows that tiles do not pay.
 constexpr int FEW = 8;
 
-/// Rows of a that pass at once. A sum of floats waits for its last multiply-add, one of integers only
-/// for an addition: alone it is fast enough where instructions run out of order.
+/// Rows of a that pass at once. Where there are many, no sum of floats is to wait alone for each of
+/// its multiply-adds. One of integers only waits for an addition, unless instructions run in order.
 template <class T, ProductMode MODE>
 constexpr int ABREAST =
 #if defined(__x86_64__)
@@ -299,8 +299,8 @@ void pass_rows(const Product& p, const ProductPart& part) {
 
 /// Full blocks of transposed rows get code of their own.
 template <class T, ProductMode MODE, int COUNT>
-constexpr bool IS_FULL = MODE == PLUS_TRANSPOSED&& COUNT == TERMS<T> &&
-                         (MASKS || std::is_floating_point_v<T>);
+constexpr bool IS_FULL = MODE == PLUS_TRANSPOSED &&
+                         (COUNT == TERMS<T> && (MASKS || std::is_floating_point_v<T>));
 
 /// So do the counts of small matrices, where masks serve their edges in place.
 template <class T, ProductMode MODE, int COUNT>
@@ -308,6 +308,7 @@ constexpr bool IS_SMALL = MASKS && (std::is_floating_point_v<T>
                                         ? COUNT == 4 || COUNT == 8 || (MODE == PLUS && COUNT <= FEW)
                                         : MODE == PLUS && COUNT == FEW);
 
+/// K of pass_rows for so many terms.
 template <class T, ProductMode MODE, int COUNT>
 using KeptTerms = std::conditional_t<IS_FULL<T, MODE, COUNT> || IS_SMALL<T, MODE, COUNT>,
                                      Constant<COUNT>, Constant<0>>;
