@@ -367,11 +367,13 @@ IV_INLINE void narrow_part(const Product& p, const ProductPart& part) {
     }
 }
 
-/// The most columns of a part, in registers.
+/// The most columns of a part, in registers. More than two are for floats: integers gain little.
+constexpr int MOST_REGISTERS = sizeof TALL / sizeof TALL[0];
 template <class T, ProductMode MODE>
-constexpr int MOST = MODE == PLUS
-                         ? static_cast<int>(sizeof TALL / sizeof TALL[0]) / REGISTERS<T, WIDE, 1>
-                         : 1;
+constexpr int MOST = MODE != PLUS                              ? 1
+                     : std::is_floating_point_v<T>             ? MOST_REGISTERS
+                     : REGISTERS<T, WIDE, 2> <= MOST_REGISTERS ? 2
+                                                               : 1;
 
 /// Columns of a register.
 template <class T>
