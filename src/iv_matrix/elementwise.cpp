@@ -48,6 +48,7 @@ void one_by_one(ElementwiseOperation operation, const void* src1, const void* sr
     }
 }
 
+/// The same for values of any type.
 void one_by_one(int type, ElementwiseOperation operation, const void* a, const void* b, void* d,
                 std::ptrdiff_t count) {
     visit_depth(type, [=](auto tag) {
