@@ -573,9 +573,9 @@ IV_INLINE V multiply_lower(V a, V b) {
     }
 }
 
-/// One instruction would multiply 64-bit lanes, in three times the time of a product of halves, and
-/// on some CPUs it waits for what its destination held before. So what belongs into the upper half
-/// is summed apart, and moved there once. This takes twice the registers, which other sets lack.
+/// One instruction would multiply 64-bit lanes, but some CPUs have it wait for what its destination
+/// held before. So halves are multiplied, and what belongs into the upper half is summed apart and
+/// moved there once. This takes twice the registers, which other sets lack.
 template <int BYTES_>
 struct Lanes<std::uint64_t, BYTES_> {
     static constexpr int BYTES = BYTES_;
