@@ -5,9 +5,10 @@ Every mutant is one edit of one line of src/: a comparison turned, a constant mo
 multiply-add taken apart, operands exchanged, a statement removed. It is built in a copy of the tree
 and tested, first by the digests of everything in a program of their own, then by the tests of its
 own stem, then by all; the first failure kills it, as does a run that uses up its time of the
-processor. All that happens with one table of kernels; what lives there is tried once more with the
-tables of all instruction sets. What survives that, too, lacks a test, or changes nothing that these
-builds show; survivors.tsv says why of each of those, and then the second trial is left out.
+processor. All that happens with one table of kernels; what lives there is tried once more, by the
+digests with each other table and by the tests with all of them. What survives that, too, lacks a test,
+or changes nothing that these builds show; survivors.tsv says why of each of those, and then the
+second trial is left out.
 
 Results are kept by the text of the line, so that a run goes on where the last one ended and only
 visits again what has changed; what survived is tried again when the tests have changed, unless
@@ -31,8 +32,17 @@ from pathlib import Path
 ROOT = Path(__file__).resolve().parents[2]
 BUILD = ROOT / "build" / "mutation"
 PROGRAM = BUILD / "program"
-ONE_TABLE = ["-DLIBIV_DISPATCH=OFF", "-DCMAKE_CXX_FLAGS=-O1 -DNDEBUG"
-             + (" -march=x86-64-v3" if platform.machine() == "x86_64" else "")]  # fmt: skip
+
+
+def one_table(flag):
+    return ["-DLIBIV_DISPATCH=OFF", f"-DCMAKE_CXX_FLAGS=-O1 -DNDEBUG {flag}"]
+
+
+ONE_TABLE, OTHER_TABLES = one_table(""), []
+if platform.machine() == "x86_64":
+    ONE_TABLE, OTHER_TABLES = one_table("-march=x86-64-v3"), [one_table("-march=x86-64")]
+    if "avx512bw" in Path("/proc/cpuinfo").read_text():
+        OTHER_TABLES += [one_table("-march=x86-64-v4")]
 SURVIVORS = Path(__file__).with_name("survivors.tsv")
 
 # Tests of a stem, by the prefix of the file's path; the rest of the tests come after them.
@@ -264,6 +274,8 @@ class Worker:
     def __init__(self, number):
         self.tree = BUILD / f"tree{number}"
         self.digests = Digests(self.tree, BUILD / f"digests{number}", ONE_TABLE)
+        self.others = [Digests(self.tree, BUILD / f"other{number}_{i}", table)
+                       for i, table in enumerate(OTHER_TABLES)]  # fmt: skip
         self.quick = Tests(self.tree, BUILD / f"quick{number}", ONE_TABLE, False)
         self.full = Tests(self.tree, BUILD / f"full{number}", ["-DCMAKE_CXX_FLAGS=-O2 -DNDEBUG"], True)
 
@@ -396,7 +408,7 @@ def main():
     visit(lambda worker: (worker.digests, worker.quick),
           [m for m in mutants if m.stands_in(quick) and m.key not in known], "lived")  # fmt: skip
     if not options.quick:
-        visit(lambda worker: (worker.full,),
+        visit(lambda worker: (*worker.others, worker.full),
               [m for m in mutants
                if known.get(m.key, "lived") == "lived" and not m.is_explained(reasons)],
               "survived")  # fmt: skip
