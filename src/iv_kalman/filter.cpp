@@ -8,6 +8,7 @@
 #include <utility>
 
 #include "iv_lanes/kernels.h"
+#include "iv_lanes/lanes.h"
 #include "iv_matrix/element.h"
 #include "iv_matrix/inverse.h"
 
@@ -59,19 +60,19 @@ constexpr int FUSED_NS = 8;
 constexpr int FUSED_NM = 4;
 
 /// The bytes of a matrix of floats.
-constexpr std::ptrdiff_t size_of(int rows, int cols) {
-    return std::ptrdiff_t{4} * rows * cols;
+constexpr std::uintptr_t size_of(int rows, int cols) {
+    return sizeof(f32_t) * static_cast<unsigned>(rows * cols);
 }
 
 /// Where creation puts the filter's own matrices, in the order of the block.
 enum Own { X_PRE, X_POST, P_PRE, P_POST, GAIN, TEMP1, TEMP2, TEMP3, TEMP4, TEMP5, OWN };
 struct Place {
     int rows, cols;
-    std::ptrdiff_t offset = 0; ///< of the header, from the end of the record
+    std::uintptr_t offset = 0; ///< of the header, from the end of the record
 };
 struct Layout {
     Place own[OWN];
-    std::ptrdiff_t bytes = 0;
+    std::uintptr_t bytes = 0;
 };
 
 constexpr Layout fused_layout() {
@@ -89,7 +90,7 @@ constexpr Layout fused_layout() {
                    {nm, 1}}};
     for (Place& place : layout.own) { // sizes that leave no gaps
         place.offset = layout.bytes;
-        layout.bytes += std::ptrdiff_t{sizeof(iv_mat_t)} + size_of(place.rows, place.cols);
+        layout.bytes += sizeof(iv_mat_t) + size_of(place.rows, place.cols);
     }
     return layout;
 }
@@ -99,16 +100,13 @@ const u08_t* block_of(const iv_kalman_t& k) {
     return reinterpret_cast<const u08_t*>(&k + 1);
 }
 
+using Words = Vector<std::uint64_t, PIECE>;
+
 /// In what a header differs from what creation writes for so many rows and columns: zero iff in
 /// nothing. Differences are gathered and looked at once, since there are many and seldom one.
-[[gnu::always_inline]] inline std::uint64_t unlike_created(const iv_mat_t* mat, int rows,
-                                                           int cols) {
+[[gnu::always_inline]] inline Words unlike_created(const void* header, int rows, int cols) {
     const s32_t created[4] = {IV_32F, rows, cols, static_cast<s32_t>(size_of(1, cols))};
-    std::uint64_t is[2];
-    std::uint64_t was[2];
-    std::memcpy(is, mat, sizeof is);
-    std::memcpy(was, created, sizeof was);
-    return (is[0] ^ was[0]) | (is[1] ^ was[1]);
+    return load_whole<Words>(header) ^ load_whole<Words>(created);
 }
 
 [[gnu::always_inline]] inline std::uint64_t unlike_place(const void* p, const u08_t* place) {
@@ -121,31 +119,34 @@ template <int... INDEX>
 [[gnu::always_inline]] inline bool are_as_created(const iv_kalman_t& k,
                                                   std::integer_sequence<int, INDEX...>) {
     const u08_t* block = block_of(k);
-    const std::uint64_t moved =
-        (unlike_place(k.*FIELDS[INDEX], block + FUSED.own[INDEX].offset) | ...);
-    if (moved) {
+    if ((unlike_place(k.*FIELDS[INDEX], block + FUSED.own[INDEX].offset) | ...)) {
         return false;
     }
-    const std::uint64_t changed =
-        ((unlike_created(k.*FIELDS[INDEX], FUSED.own[INDEX].rows, FUSED.own[INDEX].cols) |
-          unlike_place((k.*FIELDS[INDEX])->data.p,
-                       block + FUSED.own[INDEX].offset + std::ptrdiff_t{sizeof(iv_mat_t)})) |
+    const auto header = [block](int index) IV_INLINED {
+        return reinterpret_cast<const iv_mat_t*>(block + FUSED.own[index].offset);
+    };
+    const Words changed =
+        (unlike_created(header(INDEX), FUSED.own[INDEX].rows, FUSED.own[INDEX].cols) | ...);
+    const std::uint64_t moved =
+        (unlike_place(header(INDEX)->data.p, block + FUSED.own[INDEX].offset + sizeof(iv_mat_t)) |
          ...);
-    return !changed;
+    return !(changed[0] | changed[1] | moved);
 }
 
 /// Whether a caller's matrix has the shape and overlaps nothing of what filters write.
 [[gnu::always_inline]] inline bool is_readable(const iv_kalman_t& k, const iv_mat_t* mat, int rows,
                                                int cols) {
     const auto block = reinterpret_cast<std::uintptr_t>(block_of(k));
-    const auto apart = [block](const void* p, std::ptrdiff_t bytes) {
-        const auto behind = reinterpret_cast<std::uintptr_t>(p) - block;
-        const auto before = block - reinterpret_cast<std::uintptr_t>(p);
-        return behind >= static_cast<std::uintptr_t>(FUSED.bytes) &&
-               before >= static_cast<std::uintptr_t>(bytes);
+    // Addresses wrap around: what starts just before the block and reaches into it counts from 0.
+    const auto apart = [block](const void* p, std::uintptr_t bytes) IV_INLINED {
+        const std::uintptr_t before = bytes - 1;
+        return reinterpret_cast<std::uintptr_t>(p) - block + before >= FUSED.bytes + before;
     };
-    return apart(mat, sizeof *mat) && !unlike_created(mat, rows, cols) &&
-           apart(mat->data.p, size_of(rows, cols));
+    if (!apart(mat, sizeof *mat)) {
+        return false;
+    }
+    const Words unlike = unlike_created(mat, rows, cols);
+    return !(unlike[0] | unlike[1]) && apart(mat->data.p, size_of(rows, cols));
 }
 
 // Whether the fused kernels do what the matrix calls of a step would: the filter has their shape,
