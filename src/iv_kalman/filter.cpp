@@ -123,7 +123,8 @@ template <int... INDEX>
         return false;
     }
     const auto header = [block](int index) IV_INLINED {
-        return reinterpret_cast<const iv_mat_t*>(block + FUSED.own[index].offset);
+        const void* const place = block + FUSED.own[index].offset;
+        return static_cast<const iv_mat_t*>(place);
     };
     const Words changed =
         (unlike_created(header(INDEX), FUSED.own[INDEX].rows, FUSED.own[INDEX].cols) | ...);

@@ -168,7 +168,9 @@ IV_INLINE void store_whole(void* to, S values) {
 /// As many floats as D has doubles. A register is never narrower than a piece: two floats are its
 /// lower half.
 template <class D>
-using FloatsOf = Vector<float, (sizeof(D) > std::size_t{2} * PIECE ? sizeof(D) / 2 : PIECE)>;
+using FloatsOf =
+    Vector<float,
+           (static_cast<int>(sizeof(D)) > 2 * PIECE ? static_cast<int>(sizeof(D)) / 2 : PIECE)>;
 
 template <class D>
 IV_INLINE D widen(FloatsOf<D> values) {
