@@ -86,9 +86,13 @@ trk_obj_t* create_trk_obj();
 bool create_motion_model(tracker_t* tracker);
 void release_motion_model(tracker_t* tracker);
 
-/// Bytes of a track's filter: record, ten headers and the values of the ten matrices.
+/// Bytes of a track's filter: record, ten headers and the values of the ten matrices. It starts with
+/// what the prediction of the state touches.
 constexpr std::size_t FILTER_BYTES =
     sizeof(iv_kalman_t) + 10 * sizeof(iv_mat_t) + 308 * sizeof(float);
+constexpr std::size_t STATE_BYTES =
+    sizeof(iv_kalman_t) + 2 * (sizeof(iv_mat_t) + 8 * sizeof(float));
+constexpr std::size_t MEASUREMENT_BYTES = sizeof(iv_mat_t) + 4 * sizeof(float);
 
 /// Gives the track a filter seeded with its box now and before, and a measurement vector. False,
 /// with the track unchanged and nothing allocated, iff an allocation fails. An earlier filter is

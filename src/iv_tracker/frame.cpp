@@ -5,6 +5,7 @@
 #include <cstdlib>
 
 #include "iv_tracker.h"
+#include "iv_tracker/ahead.h"
 
 namespace iv::internal {
 namespace {
@@ -97,24 +98,6 @@ void update_missed(tracker_t* tracker, trk_obj_t* obj) {
     }
 }
 
-/// From this many tracks on their filters do not stay in a cache of a megabyte: fetching them ahead
-/// pays, and below it costs. Measured on an x86-64 server.
-constexpr int PREFETCH_PAYS = 512;
-
-/// Starts to fetch what the update of a track reads and writes, and the record of the next track.
-void prefetch_update(const trk_obj_t* obj) {
-    constexpr std::size_t line = 64;
-    const auto fetch = [](const void* block, std::size_t bytes) {
-        for (std::size_t offset = 0; offset < bytes; offset += line) {
-            __builtin_prefetch(static_cast<const char*>(block) + offset, 1);
-        }
-    };
-    fetch(obj->list.next, sizeof(trk_obj_t));
-    if (obj->kalman) {
-        fetch(obj->kalman, FILTER_BYTES);
-    }
-}
-
 } // namespace
 
 trk_obj_t* create_trk_obj() {
@@ -159,15 +142,13 @@ void tracker_add_objects(tracker_t* tracker) {
 }
 
 void tracker_update(tracker_t* tracker) {
-    const bool prefetch = tracker->track_count >= PREFETCH_PAYS;
+    Ahead ahead(*search_of(tracker));
     list_head* head = &tracker->track_list;
     list_head* next;
     for (list_head* link = head->next; link != head; link = next) {
         next = link->next; // the track may go
-        if (prefetch && next != head) {
-            prefetch_update(track_of(next));
-        }
         trk_obj_t* obj = track_of(link);
+        ahead.reach(obj, FILTER_BYTES, MEASUREMENT_BYTES);
         kalman_predict_covariance(obj);
         if (obj->match_idx >= 0) {
             update_matched(tracker, obj);
@@ -179,10 +160,12 @@ void tracker_update(tracker_t* tracker) {
 
 void tracker_get_tracks(tracker_t* tracker, float (*output)[8]) {
     int n = 0;
+    Ahead ahead(*search_of(tracker));
     list_head* head = &tracker->track_list;
     for (list_head* link = head->next; link != head; link = link->next) {
         // Removed tracks have left the ring. NOLINTNEXTLINE(clang-analyzer-unix.Malloc)
         const trk_obj_t* obj = track_of(link);
+        ahead.reach(obj, 0, 0);
         if (!is_confirmed(obj) || obj->miss_count >= REPORTED_MISSES) {
             continue;
         }

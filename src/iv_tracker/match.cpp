@@ -1,23 +1,31 @@
 // Prediction and association: which detection continues which track.
 
 #include "iv_tracker.h"
+#include "iv_tracker/ahead.h"
 #include "iv_tracker/search.h"
 
 namespace iv::internal {
 namespace {
 
-/// Associates detection n with its nearest track, or leaves it without one. A detection that is
-/// rejected, or loses its track to a nearer one, does not try the next track.
-void match_detection(tracker_t* tracker, const search_t& search, int n) {
-    const det_obj_t& det = tracker->cur_obj[n];
-    const Nearest nearest = search_nearest(search, det, tracker->ignore_class != 0);
-    const float mind = nearest.d;
-    trk_obj_t* obj = nearest.age < 0 ? nullptr : search.tracks[nearest.age];
-    tracker->match_obj[n] = obj;
-    tracker->match_score[n] = mind;
+/// Finds the track nearest to each detection.
+void find_nearest(tracker_t* tracker, const search_t& search) {
+    const bool any_class = tracker->ignore_class != 0;
+    for (int n = 0; n < tracker->ncurobjs; ++n) {
+        const Nearest nearest = search_nearest(search, tracker->cur_obj[n], any_class);
+        tracker->match_obj[n] = nearest.age < 0 ? nullptr : search.tracks[nearest.age].obj;
+        tracker->match_score[n] = nearest.d;
+    }
+}
+
+/// Associates detection n with the track nearest to it, or leaves it without one. A detection that
+/// is rejected, or loses its track to a nearer one, does not try the next track.
+void match_detection(tracker_t* tracker, int n) {
+    trk_obj_t* obj = tracker->match_obj[n];
     if (!obj) {
         return;
     }
+    const det_obj_t& det = tracker->cur_obj[n];
+    const float mind = tracker->match_score[n];
     const float gate =
         mind <= tracker->euc_thresh
             ? 1.0f
@@ -41,17 +49,20 @@ void match_detection(tracker_t* tracker, const search_t& search, int n) {
 
 void tracker_match(tracker_t* tracker) {
     search_t* search = search_of(tracker);
+    Ahead ahead(*search);
     search->count = 0;
     list_head* head = &tracker->track_list;
     for (list_head* link = head->next; link != head; link = link->next) {
         trk_obj_t* obj = track_of(link);
+        ahead.reach(obj, STATE_BYTES, 0);
         kalman_predict(obj);
         obj->match_idx = -1;
         search_add(search, obj);
     }
     search_index(search);
+    find_nearest(tracker, *search);
     for (int n = 0; n < tracker->ncurobjs; ++n) {
-        match_detection(tracker, *search, n);
+        match_detection(tracker, n);
     }
 }
 

@@ -74,14 +74,14 @@ Target target_of(const det_obj_t& det, bool any_class) {
 
 std::size_t search_bytes(int capacity) {
     const std::size_t count = std::size_t{at_least_none(capacity)} + CENTRES_BEYOND;
-    return count * (sizeof(trk_obj_t*) + 4 * sizeof(float) + 4 * sizeof(int)) +
+    return count * (sizeof(Owned) + 4 * sizeof(float) + 4 * sizeof(int)) +
            (std::size_t{buckets_for(at_least_none(capacity))} + 1) * sizeof(unsigned);
 }
 
 void search_init(search_t* search, void* memory, int capacity) {
     const std::size_t count = std::size_t{at_least_none(capacity)} + CENTRES_BEYOND;
     unsigned char* cursor = static_cast<unsigned char*>(memory);
-    search->tracks = take<trk_obj_t*>(&cursor, count);
+    search->tracks = take<Owned>(&cursor, count);
     search->ring = take_centres(&cursor, count);
     search->grid = take_centres(&cursor, count);
     search->starts = take<unsigned>(&cursor, buckets_for(at_least_none(capacity)) + 1);

@@ -11,8 +11,15 @@
 
 namespace iv::internal {
 
+/// A track and what it owned when the frame began.
+struct Owned {
+    trk_obj_t* obj;
+    const iv_kalman_t* kalman;
+    const iv_mat_t* obv;
+};
+
 struct search_t {
-    trk_obj_t** tracks; ///< the tracks of this frame, oldest first
+    Owned* tracks; ///< the tracks of this frame, oldest first
     int count;
     Centres ring;     ///< of the tracks, in their order
     Centres grid;     ///< the same in order of buckets; within a bucket in order of age
@@ -30,7 +37,7 @@ void search_init(search_t* search, void* memory, int capacity);
 /// Adds a predicted track behind those that were added before.
 inline void search_add(search_t* search, trk_obj_t* obj) {
     const int age = search->count++;
-    search->tracks[age] = obj;
+    search->tracks[age] = {obj, obj->kalman, obj->obv};
     search->ring.x[age] = obj->pr_x;
     search->ring.y[age] = obj->pr_y;
     search->ring.c[age] = obj->c;

@@ -386,10 +386,10 @@ TEST(TrackerSearch, MemoryGrowsInProportionAndNeverOverflows) {
     EXPECT_EQ(search_bytes(-1), search_bytes(0));
     EXPECT_EQ(search_bytes(INT_MIN), search_bytes(0));
     for (int capacity = 1; capacity < 1 << 30; capacity *= 3) {
-        EXPECT_GE(search_bytes(capacity), 44 * static_cast<std::size_t>(capacity));
-        EXPECT_LE(search_bytes(capacity), 48 * static_cast<std::size_t>(capacity) + 512);
+        EXPECT_GE(search_bytes(capacity), 60 * static_cast<std::size_t>(capacity));
+        EXPECT_LE(search_bytes(capacity), 64 * static_cast<std::size_t>(capacity) + 512);
     }
-    EXPECT_GT(search_bytes(INT_MAX), std::size_t{INT_MAX} * 44);
+    EXPECT_GT(search_bytes(INT_MAX), std::size_t{INT_MAX} * 60);
 }
 
 } // namespace
