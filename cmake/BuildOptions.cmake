@@ -34,6 +34,10 @@ if(LIBIV_SANITIZE)
     # Of the debugger's information a report needs the lines.
     set(sanitizers -fsanitize=address,undefined,float-cast-overflow -fno-sanitize-recover=all
                    -fno-omit-frame-pointer -gline-tables-only)
+    if(CMAKE_CXX_COMPILER_ID MATCHES Clang)
+        list(APPEND sanitizers
+             -fsanitize-ignorelist=${CMAKE_CURRENT_LIST_DIR}/not_sanitized.txt)
+    endif()
     target_compile_options(iv_build_options INTERFACE ${sanitizers})
     target_link_options(iv_build_options INTERFACE ${sanitizers})
 endif()
