@@ -49,9 +49,10 @@ class Ahead {
   private:
     static void fetch(const void* block, std::size_t bytes) {
         constexpr std::uintptr_t line = 64;
-        const auto start = reinterpret_cast<std::uintptr_t>(block);
-        for (std::uintptr_t at = start - start % line; at < start + bytes; at += line) {
-            __builtin_prefetch(reinterpret_cast<const void*>(at), 1);
+        const char* start = static_cast<const char*>(block);
+        const char* first = start - reinterpret_cast<std::uintptr_t>(start) % line;
+        for (const char* at = first; at < start + bytes; at += line) {
+            __builtin_prefetch(at, 1);
         }
     }
 
