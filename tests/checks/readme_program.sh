@@ -20,5 +20,5 @@ for link in "-L$lib -liv -Wl,-rpath,$lib" "$lib/libiv.a -lm"; do
     "$@" "$work/track" >"$work/printed"
     diff "$work/expected" "$work/printed"
 done
-# The installed host program finds the installed library.
-"$@" "$work/usr/bin/ivtrack" --version
+# The installed host program, where one is built, finds the installed library.
+[ ! -d "$build/tools" ] || "$@" "$work/usr/bin/ivtrack" --version
