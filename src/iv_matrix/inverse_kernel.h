@@ -13,33 +13,37 @@
 namespace iv::internal {
 namespace {
 
-using Doubles = Vector<double, NARROW>;
-/// Columns, or rows, that a register of doubles takes.
+/// Elimination goes by strips of columns, a register each.
+using Doubles = Vector<double, WIDE>;
 constexpr int STRIP = LANES<Doubles>;
-/// Registers of a row that are kept while all rows go by.
-constexpr int PANEL = 4;
+/// Strips of a row that are kept while all rows go by.
+constexpr int PANEL = STRIP > 4 ? 2 : 4;
 
-template <std::size_t... LANE>
-IV_INLINE Doubles gather_column(const WorkArea& w, int i, int j, std::index_sequence<LANE...>) {
-    return widen<Doubles>(FloatsOf<Doubles>{w.rows[j + LANE][i]...});
+/// Quotients are what every step waits for, and short registers have them first.
+using Quotients = Vector<double, NARROW>;
+constexpr int GROUP = LANES<Quotients>;
+
+template <std::size_t... ROW>
+IV_INLINE Quotients gather_column(const WorkArea& w, int i, int j, std::index_sequence<ROW...>) {
+    return widen<Quotients>(FloatsOf<Quotients>{w.rows[j + ROW][i]...});
 }
 
 /// What row i is multiplied by before it is added to each of the others, which clears column i. Of
 /// rows behind the matrix it is zero. Returns whether all are finite.
 IV_INLINE bool find_factors(const WorkArea& w, int n, int i, double* factors) {
-    static_assert(MAX_INVERSE_ORDER % STRIP == 0, "registers reach no further than the rows");
-    const Doubles divisor = splat<Doubles>(-static_cast<double>(w.rows[i][i]));
-    auto row = lane_numbers<Vector<std::int64_t, sizeof(Doubles)>>();
-    Doubles sum{}; // of finite factors, at most 2^278 each, is finite
-    for (int j = 0; j < n; j += STRIP, row += STRIP) {
-        const Doubles column = gather_column(w, i, j, std::make_index_sequence<STRIP>{});
+    static_assert(MAX_INVERSE_ORDER % GROUP == 0, "registers reach no further than the rows");
+    const Quotients divisor = splat<Quotients>(-static_cast<double>(w.rows[i][i]));
+    auto row = lane_numbers<Vector<std::int64_t, sizeof(Quotients)>>();
+    Quotients sum{}; // of finite factors, at most 2^278 each, is finite
+    for (int j = 0; j < n; j += GROUP, row += GROUP) {
+        const Quotients column = gather_column(w, i, j, std::make_index_sequence<GROUP>{});
         const auto bits = reinterpret_cast<decltype(row)>(column / divisor);
-        const auto factor = reinterpret_cast<Doubles>(bits & (row < n));
+        const auto factor = reinterpret_cast<Quotients>(bits & (row < n));
         store_whole(&factors[j], factor);
         sum += factor;
     }
     double total = 0.0;
-    each<STRIP>([&](auto lane) IV_INLINED { total += sum[int{lane}]; });
+    each<GROUP>([&](auto lane) IV_INLINED { total += sum[int{lane}]; });
     return total - total == 0.0;
 }
 
@@ -59,44 +63,43 @@ IV_INLINE bool find_factors(const WorkArea& w, int n, int i, double* factors) {
     }
 }
 
-/// Adds row i, multiplied, to all others, in VECTORS registers from column c on.
+/// Adds row i, multiplied, to all others, in VECTORS strips from column c on. Row i goes with them and is
+/// put back: the loop is as long at every step, and the processor foresees its end.
 template <int VECTORS>
 IV_INLINE void eliminate_panel(WorkArea& w, int n, int i, int c, const double* factors) {
     Doubles pivot[VECTORS];
     each<VECTORS>([&](auto v)
                       IV_INLINED { pivot[v] = load_widened<Doubles>(&w.rows[i][c + v * STRIP]); });
-    const auto rows = [&](int j, int end) IV_INLINED {
-        for (; j < end; ++j) {
-            const Doubles factor = splat<Doubles>(factors[j]);
-            each<VECTORS>([&](auto v) IV_INLINED {
-                float* const at = &w.rows[j][c + v * STRIP];
-                store_narrowed(at, multiply_add(factor, pivot[v], load_widened<Doubles>(at)));
-            });
-        }
-    };
-    rows(0, i);
-    rows(i + 1, n);
+    for (int j = 0; j < n; ++j) {
+        const Doubles factor = splat<Doubles>(factors[j]);
+        each<VECTORS>([&](auto v) IV_INLINED {
+            float* const at = &w.rows[j][c + v * STRIP];
+            store_narrowed(at, multiply_add(factor, pivot[v], load_widened<Doubles>(at)));
+        });
+    }
+    each<VECTORS>([&](auto v) IV_INLINED { store_narrowed(&w.rows[i][c + v * STRIP], pivot[v]); });
 }
 
-/// The same in the columns from c to `width`, and in those behind that the last register takes.
-/// Elements to the left of the pivot are not always zero, and they reach the diagonal again.
+/// The same in the columns from c to `width`, and in those behind that the last strip takes. Elements
+/// to the left of the pivot are not always zero, and they reach the diagonal again.
 template <int VECTORS = PANEL>
-[[gnu::noinline]] void eliminate(WorkArea& w, int n, int i, int c, int width,
-                                 const double* factors) {
+IV_INLINE void eliminate(WorkArea& w, int n, int i, int c, int width, const double* factors) {
     for (; c + (VECTORS - 1) * STRIP < width; c += VECTORS * STRIP) {
         eliminate_panel<VECTORS>(w, n, i, c, factors);
     }
     if constexpr (VECTORS > 1) {
-        eliminate<VECTORS - 1>(w, n, i, c, width, factors);
+        eliminate<VECTORS / 2>(w, n, i, c, width, factors);
     }
 }
 
-/// Puts [A | I] into the work area. Registers reach into the next row, or behind the identity.
+/// Puts [A | I] into the work area, and zeros behind it as far as strips reach. Registers reach into
+/// the next row, or behind that.
 IV_INLINE void augment(WorkArea& w, int n, const std::uint8_t* from) {
     using S = Vector<float, NARROW>;
     using Columns = Vector<std::int32_t, NARROW>;
     constexpr int step = LANES<S>;
     const auto one = reinterpret_cast<Columns>(splat<S>(1.0f));
+    const int width = (2 * n + STRIP - 1) & -STRIP;
     int left = n * n;
     for (int j = 0; j < n; ++j) {
         for (int c = 0; c < n; c += step) {
@@ -108,7 +111,7 @@ IV_INLINE void augment(WorkArea& w, int n, const std::uint8_t* from) {
     }
     for (int j = 0; j < n; ++j) {
         auto column = lane_numbers<Columns>();
-        for (int c = n; c < 2 * n; c += step, column += step) {
+        for (int c = n; c < width; c += step, column += step) {
             store_whole(&w.rows[j][c], (column == j) & one);
         }
     }
@@ -210,20 +213,20 @@ void invert(WorkArea& w, int n, const void* from, void* to) {
         }
     }
     augment(w, n, static_cast<const std::uint8_t*>(from));
-    alignas(sizeof(Doubles)) double factors[MAX_INVERSE_ORDER];
-    int i = 0;
-    // Until rows are exchanged, the columns behind n + i of row i are as they were at first, +0:
-    // times a finite factor they add a zero to +0 or to 1 and change nothing.
-    while (i < n && find_factors(w, n, i, factors)) {
-        eliminate(w, n, i, 0, n + i + 1, factors);
-        ++i;
-    }
-    for (; i < n; ++i) {
-        if (w.rows[i][i] == 0.0f) {
-            repair_zero_pivot(w, n, i);
+    alignas(sizeof(Quotients)) double factors[MAX_INVERSE_ORDER];
+    // Until a factor is infinite or NaN, and so until rows are exchanged, the columns behind n + i of
+    // row i are as they were at first, +0: times a finite factor they add a zero to +0 or to 1 and
+    // change nothing.
+    bool finite = true;
+    for (int i = 0; i < n; ++i) {
+        finite = finite && find_factors(w, n, i, factors);
+        if (!finite) {
+            if (w.rows[i][i] == 0.0f) {
+                repair_zero_pivot(w, n, i);
+            }
+            find_factors(w, n, i, factors);
         }
-        find_factors(w, n, i, factors);
-        eliminate(w, n, i, 0, 2 * n, factors);
+        eliminate(w, n, i, 0, finite ? n + i + 1 : 2 * n, factors);
     }
     normalise(w, n, static_cast<std::uint8_t*>(to));
 }
