@@ -17,7 +17,7 @@ KERNELS = {
     "product, 4 rows x 2 registers": r"tiles?<float, \(iv::internal::ProductMode\)0, 16, (4, )?2\b",
     "A·B', 4 rows x 8 terms": r"pass_rows<float, \(iv::internal::ProductMode\)2, 16, 8>",
     "add": r"elementwise<float, \(iv::internal::ElementwiseOperation\)2>",
-    "inverse, row update": "eliminate<4>",
+    "inverse, row update": r"::invert\(",
     "nearest track": r"nearest\(",
 }
 
