@@ -16,16 +16,21 @@ namespace {
 constexpr int TURN = 4;
 constexpr int AHEAD = WIDE == PIECE ? TURN : 1;
 
-/// d[i] = operation(a[i], b[i]) over `bytes` bytes, at least a register.
+/// Bytes of arrays of which too little stays in the nearest cache.
+constexpr std::ptrdiff_t FAR = 64 * 1024;
+
+template <ElementwiseOperation OPERATION>
+constexpr bool TWO_SOURCES = OPERATION == ADD || OPERATION == SUB;
+
+/// d[i] = operation(a[i], b[i]) over `bytes` bytes, at least a register, which has WIDTH bytes.
 ///
 /// Registers are stored in ascending order, each after the next one is loaded. So the second may
 /// start where stores are aligned and the last where it ends with the array: what overlaps is
 /// written twice, but not read in between, and d may be a source.
-template <class T, ElementwiseOperation OPERATION>
+template <class T, ElementwiseOperation OPERATION, int WIDTH>
 // One function, so that its loops share their ends. NOLINTNEXTLINE(readability-function-size)
-void elementwise(const void* a, const void* b, void* d, std::ptrdiff_t bytes) {
-    constexpr bool two_sources = OPERATION == ADD || OPERATION == SUB;
-    using L = Lanes<T, WIDE>;
+void pass_over(const void* a, const void* b, void* d, std::ptrdiff_t bytes) {
+    using L = Lanes<T, WIDTH>;
     using Stored = typename L::Stored;
     T value{};
     if constexpr (OPERATION == FILL || OPERATION == SCALE) {
@@ -49,12 +54,12 @@ void elementwise(const void* a, const void* b, void* d, std::ptrdiff_t bytes) {
 
     // A source that an operation lacks is any array: nothing is loaded from it.
     const auto* left = static_cast<const std::uint8_t*>(OPERATION == FILL ? d : a);
-    const auto* right = two_sources ? static_cast<const std::uint8_t*>(b) : left;
-    const auto* const last_left = left + bytes - WIDE;
-    const auto* const last_right = right + bytes - WIDE;
+    const auto* right = TWO_SOURCES<OPERATION> ? static_cast<const std::uint8_t*>(b) : left;
+    const auto* const last_left = left + bytes - WIDTH;
+    const auto* const last_right = right + bytes - WIDTH;
     auto* ready_for = static_cast<std::uint8_t*>(d); // where the register goes that is ready
     auto* next = ready_for;
-    auto* const end = next + bytes - WIDE;
+    auto* const end = next + bytes - WIDTH;
     Stored ready = result(left, right);
     const auto advance = [&](std::ptrdiff_t by) IV_INLINED {
         left += by;
@@ -65,33 +70,45 @@ void elementwise(const void* a, const void* b, void* d, std::ptrdiff_t bytes) {
     // else the last would be loaded from what the first had been stored to.
     constexpr std::uintptr_t whole_values = -sizeof(T);
     const std::uintptr_t unaligned =
-        bytes <= std::ptrdiff_t{2} * WIDE ? 0 : reinterpret_cast<std::uintptr_t>(d) % WIDE;
-    advance(static_cast<std::ptrdiff_t>((WIDE - unaligned) & whole_values));
-    while (end - next > std::ptrdiff_t{TURN - 1} * WIDE) {
+        bytes <= std::ptrdiff_t{2} * WIDTH ? 0 : reinterpret_cast<std::uintptr_t>(d) % WIDTH;
+    advance(static_cast<std::ptrdiff_t>((WIDTH - unaligned) & whole_values));
+    while (end - next > std::ptrdiff_t{TURN - 1} * WIDTH) {
         each<TURN / AHEAD>([&](auto group) IV_INLINED {
             Stored results[AHEAD];
             each<AHEAD>([&](auto v) IV_INLINED {
-                constexpr int i = (group * AHEAD + v) * WIDE;
+                constexpr int i = (group * AHEAD + v) * WIDTH;
                 results[v] = result(left + i, right + i);
             });
             each<AHEAD>([&](auto v) IV_INLINED {
                 store_whole(ready_for, ready);
                 ready = results[v];
-                ready_for = next + (group * AHEAD + v) * WIDE;
+                ready_for = next + (group * AHEAD + v) * WIDTH;
             });
         });
-        advance(TURN * WIDE);
+        advance(TURN * WIDTH);
     }
     while (next < end) {
         const Stored one = result(left, right);
         store_whole(ready_for, ready);
         ready = one;
         ready_for = next;
-        advance(WIDE);
+        advance(WIDTH);
     }
     const Stored last = result(last_left, last_right);
     store_whole(ready_for, ready);
     store_whole(end, last);
+}
+
+/// Arrays that are near take whole registers. Others are waited for, and come sooner where each of
+/// their lines is asked for twice.
+template <class T, ElementwiseOperation OPERATION>
+void elementwise(const void* a, const void* b, void* d, std::ptrdiff_t bytes) {
+    if constexpr (NARROW < WIDE && OPERATION != FILL) {
+        if (bytes >= FAR / (TWO_SOURCES<OPERATION> ? 3 : 2)) {
+            return pass_over<T, OPERATION, NARROW>(a, b, d, bytes);
+        }
+    }
+    pass_over<T, OPERATION, WIDE>(a, b, d, bytes);
 }
 
 } // namespace

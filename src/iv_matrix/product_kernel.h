@@ -84,8 +84,9 @@ IV_INLINE typename L::Computed add_term(const T* a, typename L::Computed b,
     return L::sum(MODE == MINUS ? -factor : factor, b, sum);
 }
 
-/// Columns of d in VECTORS registers a row, of which the last may be filled in part.
-template <class T, int BYTES, int VECTORS>
+/// Columns of d in VECTORS registers a row, of which the last may be filled in part. Where it is often
+/// full, a mask would cost more than the question.
+template <class T, int BYTES, int VECTORS, bool OFTEN_FULL = true>
 struct Row {
     using L = Lanes<T, BYTES>;
     using Stored = typename L::Stored;
@@ -101,18 +102,24 @@ struct Row {
                                : load_first<Stored>(from + v * L::COUNT, last);
     }
 
+    IV_INLINE bool is_whole(int v) const {
+        return v < VECTORS - 1 || (MASKS && OFTEN_FULL && last == BYTES);
+    }
+
     /// Sums start from the values at `start`, or from nothing if it is null.
     IV_INLINE void begin(Sums& sums, const T* start, const Product& p) const {
         each<VECTORS>([&](auto v) IV_INLINED {
-            sums[v] =
-                L::computed(flipped<T>(start ? load(start, v) : splat<Stored>(NOTHING<T>), p));
+            const Stored values = !start        ? splat<Stored>(NOTHING<T>)
+                                  : is_whole(v) ? load_whole<Stored>(start + v * L::COUNT)
+                                                : load(start, v);
+            sums[v] = L::computed(flipped<T>(values, p));
         });
     }
 
     IV_INLINE void end(const Sums& sums, T* to, const Product& p) const {
         each<VECTORS>([&](auto v) IV_INLINED {
             const Stored values = flipped<T>(L::stored(sums[v]), p);
-            if (v < VECTORS - 1) {
+            if (is_whole(v)) {
                 store_whole<Stored>(to + v * L::COUNT, values);
             } else {
                 store_first<Stored>(to + v * L::COUNT, values, last);
@@ -262,7 +269,8 @@ void pass_rows(const Product& p, const ProductPart& part) {
     constexpr int abreast = ABREAST<T, MODE>;
     typename L::Stored b[K ? K : TERMS<T>];
     keep_rows<L, T, MODE, K>(b, p, part);
-    const Row<T, BYTES, 1> row(part);
+    constexpr bool often_full = K == 0 || K > FEW;
+    const Row<T, BYTES, 1, often_full> row(part);
     const std::ptrdiff_t a_col = transposed ? 1 : p.a_col; // Not covered: the compiler knows
     const T* a = static_cast<const T*>(part.a);
     const T* start = static_cast<const T*>(part.start);
@@ -328,11 +336,13 @@ template <class T, ProductMode MODE, int BYTES, int VECTORS>
     constexpr int height = TALL[REGISTERS<T, BYTES, VECTORS> - 1];
     std::ptrdiff_t i = 0;
     if constexpr (height > FLAT) {
-        for (; p.rows - i >= height; i += height) {
+        // Of so few rows that two flat tiles have them all, a tall one leaves less than its share.
+        while (p.rows - i > 2 * FLAT || p.rows - i == height) {
             tile<T, MODE, BYTES, height, VECTORS, true>(p, part, i);
+            i += height;
         }
         if constexpr (VECTORS == 1) {
-            if (p.rows - i > FLAT) {
+            if (p.rows - i > FLAT && p.rows - i < height) {
                 return tile<T, MODE, BYTES, height, VECTORS, false>(p, part, i);
             }
         }

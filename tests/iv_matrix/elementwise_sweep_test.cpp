@@ -95,6 +95,32 @@ TEST(ElementwiseSweep, InPlaceEveryLengthTo200GivesTheModelsBits) {
     }
 }
 
+// Long arrays may go by other registers than short ones.
+TEST(ElementwiseSweep, ArraysLongerThanTheNearestCacheGiveTheModelsBits) {
+    Random random(test::seed() + 67);
+    for (int depth = 0; depth < DEPTHS; ++depth) {
+        const int size = model::value_size(depth);
+        for (const int bytes : {21846, 32768, 65536}) {
+            for (int trial = 0; trial < 6; ++trial) {
+                Twin twin(random, 0.05f);
+                const int count = bytes / size + random.between(-3, 40);
+                const Operand pool = twin.place(depth, 1, count + 2 * WIDEST);
+                const Operand elsewhere = twin.place(depth, 1, count, 8);
+                const Operand apart = twin.place_destination(depth, 1, count);
+                const auto at = [&](int values) {
+                    return Twin::over(pool.offset + static_cast<std::size_t>(values * size), depth,
+                                      1, count);
+                };
+                const int place = random.between(0, WIDEST);
+                expect_model_results(twin, at(place), elsewhere, apart);
+                expect_model_results(twin, elsewhere, at(place), at(place));
+                expect_model_results(twin, at(place), elsewhere, at(random.between(0, WIDEST)));
+                ASSERT_FALSE(HasFailure());
+            }
+        }
+    }
+}
+
 // The destination starts up to one and a half vectors before or behind a source, by whole values
 // and, where no result can tell, by bytes.
 TEST(ElementwiseSweep, EverySmallDistanceGivesTheResultOfOneValueAfterTheOther) {
