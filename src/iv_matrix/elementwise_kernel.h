@@ -17,7 +17,7 @@ constexpr int TURN = 4;
 constexpr int AHEAD = WIDE == PIECE ? TURN : 1;
 
 /// Bytes of arrays of which too little stays in the nearest cache.
-constexpr std::ptrdiff_t FAR = 64 * 1024;
+constexpr std::ptrdiff_t FAR = std::ptrdiff_t{64} * 1024;
 
 template <ElementwiseOperation OPERATION>
 constexpr bool TWO_SOURCES = OPERATION == ADD || OPERATION == SUB;

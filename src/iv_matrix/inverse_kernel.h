@@ -13,15 +13,16 @@
 namespace iv::internal {
 namespace {
 
-/// Elimination goes by strips of columns, a register each.
-using Doubles = Vector<double, WIDE>;
-constexpr int STRIP = LANES<Doubles>;
-/// Strips of a row that are kept while all rows go by.
-constexpr int PANEL = STRIP > 4 ? 2 : 4;
-
 /// Quotients are what every step waits for, and short registers have them first.
 using Quotients = Vector<double, NARROW>;
 constexpr int GROUP = LANES<Quotients>;
+
+/// Elimination goes by strips of columns, a register each, which holds a group of columns or two.
+using Doubles = Vector<double, WIDE>;
+constexpr int STRIP = LANES<Doubles>;
+constexpr int STRIP_GROUPS = STRIP / GROUP;
+/// Groups of a row that are kept while all rows go by.
+constexpr int PANEL = 4 * STRIP_GROUPS;
 
 template <std::size_t... ROW>
 IV_INLINE Quotients gather_column(const WorkArea& w, int i, int j, std::index_sequence<ROW...>) {
@@ -63,43 +64,55 @@ IV_INLINE bool find_factors(const WorkArea& w, int n, int i, double* factors) {
     }
 }
 
-/// Adds row i, multiplied, to all others, in VECTORS strips from column c on. Row i goes with them and is
-/// put back: the loop is as long at every step, and the processor foresees its end.
-template <int VECTORS>
+/// Adds row i, multiplied, to all others, in GROUPS groups of columns from c on. Row i goes with them
+/// and is put back: the loop is as long at every step, and the processor foresees its end.
+template <int GROUPS>
 IV_INLINE void eliminate_panel(WorkArea& w, int n, int i, int c, const double* factors) {
-    Doubles pivot[VECTORS];
-    each<VECTORS>([&](auto v)
-                      IV_INLINED { pivot[v] = load_widened<Doubles>(&w.rows[i][c + v * STRIP]); });
+    constexpr int strips = GROUPS / STRIP_GROUPS;
+    Doubles pivot[strips + 1];
+    Quotients half;
+    const auto each_strip = [&](auto step) IV_INLINED {
+        each<strips>([&](auto v) IV_INLINED { step(pivot[v], c + v * STRIP); });
+        if constexpr (GROUPS % STRIP_GROUPS != 0) {
+            step(half, c + strips * STRIP);
+        }
+    };
+    each_strip([&](auto& values, int column) IV_INLINED {
+        values = load_widened<std::remove_reference_t<decltype(values)>>(&w.rows[i][column]);
+    });
     for (int j = 0; j < n; ++j) {
-        const Doubles factor = splat<Doubles>(factors[j]);
-        each<VECTORS>([&](auto v) IV_INLINED {
-            float* const at = &w.rows[j][c + v * STRIP];
-            store_narrowed(at, multiply_add(factor, pivot[v], load_widened<Doubles>(at)));
+        each_strip([&](auto values, int column) IV_INLINED {
+            using D = decltype(values);
+            float* const at = &w.rows[j][column];
+            store_narrowed(at, multiply_add(splat<D>(factors[j]), values, load_widened<D>(at)));
         });
     }
-    each<VECTORS>([&](auto v) IV_INLINED { store_narrowed(&w.rows[i][c + v * STRIP], pivot[v]); });
+    each_strip([&](auto values, int column)
+                   IV_INLINED { store_narrowed(&w.rows[i][column], values); });
 }
 
-/// The same in the columns from c to `width`, and in those behind that the last strip takes. Elements
-/// to the left of the pivot are not always zero, and they reach the diagonal again.
-template <int VECTORS = PANEL>
-IV_INLINE void eliminate(WorkArea& w, int n, int i, int c, int width, const double* factors) {
-    for (; c + (VECTORS - 1) * STRIP < width; c += VECTORS * STRIP) {
-        eliminate_panel<VECTORS>(w, n, i, c, factors);
-    }
-    if constexpr (VECTORS > 1) {
-        eliminate<VECTORS / 2>(w, n, i, c, width, factors);
+/// The same in the first `width` columns, and in those behind that the last group takes. Elements to
+/// the left of the pivot are not always zero, and they reach the diagonal again.
+IV_INLINE void eliminate(WorkArea& w, int n, int i, int width, const double* factors) {
+    for (int c = 0; c < width; c += PANEL * GROUP) {
+        const int left = (width - c + GROUP - 1) / GROUP;
+        const int groups = left < PANEL ? left : PANEL;
+        each<PANEL>([&](auto fewer) IV_INLINED {
+            if (groups == fewer + 1) {
+                eliminate_panel<fewer + 1>(w, n, i, c, factors);
+            }
+        });
     }
 }
 
-/// Puts [A | I] into the work area, and zeros behind it as far as strips reach. Registers reach into
+/// Puts [A | I] into the work area, and zeros behind it as far as groups reach. Registers reach into
 /// the next row, or behind that.
 IV_INLINE void augment(WorkArea& w, int n, const std::uint8_t* from) {
     using S = Vector<float, NARROW>;
     using Columns = Vector<std::int32_t, NARROW>;
     constexpr int step = LANES<S>;
     const auto one = reinterpret_cast<Columns>(splat<S>(1.0f));
-    const int width = (2 * n + STRIP - 1) & -STRIP;
+    const int width = (2 * n + GROUP - 1) & -GROUP;
     int left = n * n;
     for (int j = 0; j < n; ++j) {
         for (int c = 0; c < n; c += step) {
@@ -226,7 +239,7 @@ void invert(WorkArea& w, int n, const void* from, void* to) {
             }
             find_factors(w, n, i, factors);
         }
-        eliminate(w, n, i, 0, finite ? n + i + 1 : 2 * n, factors);
+        eliminate(w, n, i, finite ? n + i + 1 : 2 * n, factors);
     }
     normalise(w, n, static_cast<std::uint8_t*>(to));
 }

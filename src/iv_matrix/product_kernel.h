@@ -337,7 +337,7 @@ template <class T, ProductMode MODE, int BYTES, int VECTORS>
     std::ptrdiff_t i = 0;
     if constexpr (height > FLAT) {
         // Of so few rows that two flat tiles have them all, a tall one leaves less than its share.
-        while (p.rows - i > 2 * FLAT || p.rows - i == height) {
+        while (p.rows - i > std::ptrdiff_t{2} * FLAT || p.rows - i == height) {
             tile<T, MODE, BYTES, height, VECTORS, true>(p, part, i);
             i += height;
         }
