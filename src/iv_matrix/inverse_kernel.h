@@ -22,7 +22,7 @@ using Doubles = Vector<double, WIDE>;
 constexpr int STRIP = LANES<Doubles>;
 constexpr int STRIP_GROUPS = STRIP / GROUP;
 /// Groups of a row that are kept while all rows go by.
-constexpr int PANEL = 4 * STRIP_GROUPS;
+constexpr int MOST_GROUPS = 4 * STRIP_GROUPS;
 
 template <std::size_t... ROW>
 IV_INLINE Quotients gather_column(const WorkArea& w, int i, int j, std::index_sequence<ROW...>) {
@@ -64,40 +64,70 @@ IV_INLINE bool find_factors(const WorkArea& w, int n, int i, double* factors) {
     }
 }
 
+/// As many of a strip's lanes as a group has.
+template <class D>
+IV_INLINE Quotients first_group(D strip) {
+    if constexpr (STRIP_GROUPS == 1) {
+        return strip;
+    } else {
+        return low_half(strip);
+    }
+}
+
+/// GROUPS groups of columns of a row.
+template <int GROUPS>
+struct Panel {
+    static constexpr int STRIPS = GROUPS / STRIP_GROUPS;
+    static constexpr bool REST = GROUPS % STRIP_GROUPS != 0;
+    Doubles strips[STRIPS + 1];
+    Quotients rest;
+
+    IV_INLINE void load(const float* from) {
+        each<STRIPS>([&](auto v)
+                         IV_INLINED { strips[v] = load_widened<Doubles>(from + v * STRIP); });
+        if constexpr (REST) {
+            rest = load_widened<Quotients>(from + STRIPS * STRIP);
+        }
+    }
+
+    IV_INLINE void add(Doubles factor, const Panel& row) {
+        each<STRIPS>(
+            [&](auto v) IV_INLINED { strips[v] = multiply_add(factor, row.strips[v], strips[v]); });
+        if constexpr (REST) {
+            rest = multiply_add(first_group(factor), row.rest, rest);
+        }
+    }
+
+    IV_INLINE void store(float* to) const {
+        each<STRIPS>([&](auto v) IV_INLINED { store_narrowed(to + v * STRIP, strips[v]); });
+        if constexpr (REST) {
+            store_narrowed(to + STRIPS * STRIP, rest);
+        }
+    }
+};
+
 /// Adds row i, multiplied, to all others, in GROUPS groups of columns from c on. Row i goes with them
 /// and is put back: the loop is as long at every step, and the processor foresees its end.
 template <int GROUPS>
 IV_INLINE void eliminate_panel(WorkArea& w, int n, int i, int c, const double* factors) {
-    constexpr int strips = GROUPS / STRIP_GROUPS;
-    Doubles pivot[strips + 1];
-    Quotients half;
-    const auto each_strip = [&](auto step) IV_INLINED {
-        each<strips>([&](auto v) IV_INLINED { step(pivot[v], c + v * STRIP); });
-        if constexpr (GROUPS % STRIP_GROUPS != 0) {
-            step(half, c + strips * STRIP);
-        }
-    };
-    each_strip([&](auto& values, int column) IV_INLINED {
-        values = load_widened<std::remove_reference_t<decltype(values)>>(&w.rows[i][column]);
-    });
+    Panel<GROUPS> pivot;
+    pivot.load(&w.rows[i][c]);
     for (int j = 0; j < n; ++j) {
-        each_strip([&](auto values, int column) IV_INLINED {
-            using D = decltype(values);
-            float* const at = &w.rows[j][column];
-            store_narrowed(at, multiply_add(splat<D>(factors[j]), values, load_widened<D>(at)));
-        });
+        Panel<GROUPS> row;
+        row.load(&w.rows[j][c]);
+        row.add(splat<Doubles>(factors[j]), pivot);
+        row.store(&w.rows[j][c]);
     }
-    each_strip([&](auto values, int column)
-                   IV_INLINED { store_narrowed(&w.rows[i][column], values); });
+    pivot.store(&w.rows[i][c]);
 }
 
 /// The same in the first `width` columns, and in those behind that the last group takes. Elements to
 /// the left of the pivot are not always zero, and they reach the diagonal again.
 IV_INLINE void eliminate(WorkArea& w, int n, int i, int width, const double* factors) {
-    for (int c = 0; c < width; c += PANEL * GROUP) {
+    for (int c = 0; c < width; c += MOST_GROUPS * GROUP) {
         const int left = (width - c + GROUP - 1) / GROUP;
-        const int groups = left < PANEL ? left : PANEL;
-        each<PANEL>([&](auto fewer) IV_INLINED {
+        const int groups = left < MOST_GROUPS ? left : MOST_GROUPS;
+        each<MOST_GROUPS>([&](auto fewer) IV_INLINED {
             if (groups == fewer + 1) {
                 eliminate_panel<fewer + 1>(w, n, i, c, factors);
             }
