@@ -79,6 +79,7 @@ template <int GROUPS>
 struct Panel {
     static constexpr int STRIPS = GROUPS / STRIP_GROUPS;
     static constexpr bool REST = GROUPS % STRIP_GROUPS != 0;
+    static constexpr std::ptrdiff_t REST_AT = std::ptrdiff_t{STRIPS} * STRIP;
     Doubles strips[STRIPS + 1];
     Quotients rest;
 
@@ -86,7 +87,7 @@ struct Panel {
         each<STRIPS>([&](auto v)
                          IV_INLINED { strips[v] = load_widened<Doubles>(from + v * STRIP); });
         if constexpr (REST) {
-            rest = load_widened<Quotients>(from + STRIPS * STRIP);
+            rest = load_widened<Quotients>(from + REST_AT);
         }
     }
 
@@ -101,7 +102,7 @@ struct Panel {
     IV_INLINE void store(float* to) const {
         each<STRIPS>([&](auto v) IV_INLINED { store_narrowed(to + v * STRIP, strips[v]); });
         if constexpr (REST) {
-            store_narrowed(to + STRIPS * STRIP, rest);
+            store_narrowed(to + REST_AT, rest);
         }
     }
 };
