@@ -103,6 +103,7 @@ struct Row {
     }
 
     IV_INLINE bool is_whole(int v) const {
+        // Not covered: the compiler knows the constants
         return v < VECTORS - 1 || (MASKS && OFTEN_FULL && last == BYTES);
     }
 
