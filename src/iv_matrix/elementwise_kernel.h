@@ -99,8 +99,7 @@ void pass_over(const void* a, const void* b, void* d, std::ptrdiff_t bytes) {
     store_whole(end, last);
 }
 
-/// Arrays that are near take whole registers. Others are waited for, and come sooner where each of
-/// their lines is asked for twice.
+/// By whole registers where the arrays are near. Measured, farther ones come sooner by half registers.
 template <class T, ElementwiseOperation OPERATION>
 void elementwise(const void* a, const void* b, void* d, std::ptrdiff_t bytes) {
     if constexpr (NARROW < WIDE && OPERATION != FILL) {

@@ -337,7 +337,7 @@ template <class T, ProductMode MODE, int BYTES, int VECTORS>
     constexpr int height = TALL[REGISTERS<T, BYTES, VECTORS> - 1];
     std::ptrdiff_t i = 0;
     if constexpr (height > FLAT) {
-        // Of so few rows that two flat tiles have them all, a tall one leaves less than its share.
+        // The last rows go by two flat tiles if they fit: a tall one and a flat one compute more.
         while (p.rows - i > std::ptrdiff_t{2} * FLAT || p.rows - i == height) {
             tile<T, MODE, BYTES, height, VECTORS, true>(p, part, i);
             i += height;
