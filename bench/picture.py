@@ -44,6 +44,8 @@ def plot_ratios(axes, rows, title, label, prefixes):
     axes.set_yscale("log", base=2)
     axes.xaxis.set_major_formatter("{x:g}")
     axes.yaxis.set_major_formatter("{x:g}")
+    low, high = axes.get_ylim()
+    axes.set_ylim(min(low, 0.5), max(high, 2))  # small differences look small, and have ticks
     axes.legend(fontsize="x-small")
 
 
@@ -56,7 +58,8 @@ def plot_tracker(axes, rows):
               label="Eigen, fixed size: one predict and correct")
     axes.set(title="Tracker", xlabel="objects", ylabel="ns")
     axes.set_xscale("log")
-    axes.set_yscale("log")
+    axes.xaxis.set_major_formatter("{x:g}")
+    axes.set_ylim(bottom=0)
     axes.legend(fontsize="x-small")
 
 
