@@ -107,38 +107,40 @@ IV_INLINE V choose(Comparison holds, V a, V b) {
     return holds ? a : b; // Not covered: no branch, both are taken
 }
 
-/// c + a * b in every lane: one fused multiply-add for floats, wrapping around for integers.
-template <class V>
+/// c + a * b in every lane, or c - a * b if it is MINUS: one fused multiply-add for floats, wrapping
+/// around for integers.
+template <bool MINUS = false, class V>
 IV_INLINE V multiply_add(V a, V b, V c) {
     using C = ElementOf<V>;
     if constexpr (std::is_integral_v<C>) {
-        return c + a * b;
+        return MINUS ? c - a * b : c + a * b;
     }
 #if defined(__AVX512F__)
     else if constexpr (std::is_same_v<V, Vector<float, 64>>) {
-        return _mm512_fmadd_ps(a, b, c);
+        return MINUS ? _mm512_fnmadd_ps(a, b, c) : _mm512_fmadd_ps(a, b, c);
     } else if constexpr (std::is_same_v<V, Vector<double, 64>>) {
-        return _mm512_fmadd_pd(a, b, c);
+        return MINUS ? _mm512_fnmadd_pd(a, b, c) : _mm512_fmadd_pd(a, b, c);
     }
 #endif
 #if defined(__FMA__)
     else if constexpr (std::is_same_v<V, Vector<float, 32>>) {
-        return _mm256_fmadd_ps(a, b, c);
+        return MINUS ? _mm256_fnmadd_ps(a, b, c) : _mm256_fmadd_ps(a, b, c);
     } else if constexpr (std::is_same_v<V, Vector<double, 32>>) {
-        return _mm256_fmadd_pd(a, b, c);
+        return MINUS ? _mm256_fnmadd_pd(a, b, c) : _mm256_fmadd_pd(a, b, c);
     } else if constexpr (std::is_same_v<V, Vector<float, 16>>) {
-        return _mm_fmadd_ps(a, b, c);
+        return MINUS ? _mm_fnmadd_ps(a, b, c) : _mm_fmadd_ps(a, b, c);
     } else if constexpr (std::is_same_v<V, Vector<double, 16>>) {
-        return _mm_fmadd_pd(a, b, c);
+        return MINUS ? _mm_fnmadd_pd(a, b, c) : _mm_fmadd_pd(a, b, c);
     }
 #elif defined(__aarch64__)
     else if constexpr (std::is_same_v<V, Vector<float, 16>>) {
-        return vfmaq_f32(c, a, b);
+        return MINUS ? vfmsq_f32(c, a, b) : vfmaq_f32(c, a, b);
     } else if constexpr (std::is_same_v<V, Vector<double, 16>>) {
-        return vfmaq_f64(c, a, b);
+        return MINUS ? vfmsq_f64(c, a, b) : vfmaq_f64(c, a, b);
     }
 #endif
     else {
+        a = MINUS ? -a : a;
         for (std::size_t lane = 0; lane < sizeof(V) / sizeof(C); ++lane) {
             if constexpr (std::is_same_v<C, float>) {
                 c[lane] = __builtin_fmaf(a[lane], b[lane], c[lane]);

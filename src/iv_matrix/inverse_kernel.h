@@ -221,7 +221,8 @@ IV_INLINE bool invert_four(WorkArea& w, const Four (&from)[4], Four (&to)[4]) {
                 constexpr int j = next[2 * q + lane];
                 const Pair factor = both<lane>(factors);
                 each<(i < 2 ? 3 : 4)>([&](auto p) IV_INLINED { // no need of columns behind 4 + i
-                    row[j][p] = widen<Pair>(narrow(multiply_add(factor, -row[i][p], row[j][p])));
+                    row[j][p] =
+                        widen<Pair>(narrow(multiply_add<true>(factor, row[i][p], row[j][p])));
                 });
             });
         });

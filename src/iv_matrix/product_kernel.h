@@ -44,15 +44,16 @@ constexpr int PIECE_TERMS = PIECE / static_cast<int>(sizeof(T));
 template <class T>
 constexpr int TERMS = KEPT_TERMS<T> > PIECE_TERMS<T> ? KEPT_TERMS<T> : PIECE_TERMS<T>;
 
-/// So few terms of few rows that tiles do not pay.
+/// So few terms that a product is small: a mask is cheaper than the question whether one is needed.
 constexpr int FEW = 8;
 
-/// Rows of a that pass at once. Where there are many, no sum of floats is to wait alone for each of
-/// its multiply-adds. One of integers only waits for an addition, unless instructions run in order.
-template <class T, ProductMode MODE>
+/// Rows of a that pass at once where the rows of b are kept, K of them. No sum of floats is to wait
+/// alone for each of its multiply-adds, unless they are few. One of integers only waits for an
+/// addition, but where instructions run in order.
+template <class T, int K>
 constexpr int ABREAST =
 #if defined(__x86_64__)
-    MODE != PLUS_TRANSPOSED || std::is_integral_v<T> ? 1 : 4;
+    std::is_integral_v<T> || (K > 0 && K < 3) ? 1 : 4;
 #else
     4;
 #endif
@@ -81,7 +82,11 @@ template <class L, class T, ProductMode MODE>
 IV_INLINE typename L::Computed add_term(const T* a, typename L::Computed b,
                                         typename L::Computed sum) {
     const auto factor = L::broadcast(load_whole<T>(a));
-    return L::sum(MODE == MINUS ? -factor : factor, b, sum);
+    if constexpr (MODE == MINUS) {
+        return multiply_add<true>(factor, b, sum);
+    } else {
+        return L::sum(factor, b, sum);
+    }
 }
 
 /// Columns of d in VECTORS registers a row, of which the last may be filled in part. Where it is often
@@ -222,72 +227,91 @@ template <class L, class T>
     transpose_rows<L>(block, [&](std::ptrdiff_t j) IV_INLINED { return pieces[j]; });
 }
 
-/// Loads the rows of b that a part with one register a row needs, K of them, or as many as it has
-/// terms if K is 0.
+/// Whether so many terms of a part that is one register wide get code of their own, in which the rows
+/// of b stay in registers. All that can be kept do where b is transposed; where there are masks, so do
+/// the counts of small matrices.
+template <class T, ProductMode MODE, int COUNT>
+constexpr bool IS_FULL = MODE == PLUS_TRANSPOSED&& COUNT == TERMS<T> &&
+                         (MASKS || std::is_floating_point_v<T>);
+template <class T, ProductMode MODE, int COUNT>
+constexpr bool IS_SMALL = MASKS&& COUNT > 0 &&
+                          (std::is_floating_point_v<T>
+                               ? COUNT % 4 == 0 || (MODE == PLUS && COUNT <= FEW)
+                               : MODE == PLUS && COUNT == FEW);
+
+/// Loads the rows of b that a part with one register a row needs, K of them, or if K is 0, which is
+/// for transposed ones, as many as it has terms.
 template <class L, class T, ProductMode MODE, int K>
 IV_INLINE void keep_rows(typename L::Stored* b, const Product& p, const ProductPart& part) {
     using Stored = typename L::Stored;
-    const int count = static_cast<int>(part.inner);
     const T* from = static_cast<const T*>(part.b);
     if constexpr (MODE == PLUS_TRANSPOSED) {
+        const int count = static_cast<int>(part.inner);
         constexpr int step = PIECE / sizeof(T);
-        const auto keep = [&](auto group) IV_INLINED {
+        const auto keep_whole = [&](auto group) IV_INLINED {
+            load_transposed<L>(b + group * step, from + group * step, p.b_row);
+        };
+        const auto keep_edge = [&](Stored* block, int group) IV_INLINED {
             const int rest = count - group * step;
-            if (part.cols == L::COUNT && (K || rest >= step)) {
-                load_transposed<L>(b + group * step, from + group * step, p.b_row);
-            } else {
-                load_edge_transposed<L>(b + group * step, from + group * step, p.b_row, part.cols,
-                                        rest < step ? rest : step);
-            }
+            load_edge_transposed<L>(block, from + group * step, p.b_row, part.cols,
+                                    rest < step ? rest : step);
         };
         if constexpr (K) {
-            each<K / step>(keep);
+            if (part.cols == L::COUNT) {
+                each<K / step>(keep_whole);
+            } else {
+                // In storage of their own: b is to be in registers.
+                Stored edge[K];
+                each<K / step>([&](auto group)
+                                   IV_INLINED { keep_edge(edge + group * step, group); });
+                each<K>([&](auto k) IV_INLINED { b[k] = edge[k]; });
+            }
         } else {
             for (int group = 0; group * step < count; ++group) {
-                keep(group);
+                if (part.cols == L::COUNT && count - group * step >= step) {
+                    keep_whole(group);
+                } else {
+                    keep_edge(b + group * step, group);
+                }
             }
         }
     } else {
         const int bytes = static_cast<int>(part.cols) * static_cast<int>(sizeof(T));
-        const auto keep = [&](auto k)
-                              IV_INLINED { b[k] = load_first<Stored>(from + k * p.b_row, bytes); };
-        if constexpr (K) {
-            each<K>(keep);
-        } else {
-            for (int k = 0; k < count; ++k) {
-                keep(k);
-            }
-        }
+        each<K>([&](auto k) IV_INLINED { b[k] = load_first<Stored>(from + k * p.b_row, bytes); });
     }
 }
 
 /// A part with one register a row and few terms: the rows of b are kept while the rows of a pass
-/// by. K is the number of terms where the rows of b are kept in registers, else 0.
-template <class T, ProductMode MODE, int BYTES, int K>
+/// by. If a is TRANSPOSED, its rows are one value apart, else its columns are. K is the number of
+/// terms where the rows of b are kept in registers, else 0.
+template <class T, ProductMode MODE, int BYTES, bool TRANSPOSED, int K>
 void pass_rows(const Product& p, const ProductPart& part) {
     using L = Lanes<T, BYTES>;
-    constexpr bool transposed = MODE == PLUS_TRANSPOSED;
-    constexpr int abreast = ABREAST<T, MODE>;
+    constexpr int abreast = ABREAST<T, K>;
     typename L::Stored b[K ? K : TERMS<T>];
     keep_rows<L, T, MODE, K>(b, p, part);
     constexpr bool often_full = K == 0 || K > FEW;
     const Row<T, BYTES, 1, often_full> row(part);
-    const std::ptrdiff_t a_col = transposed ? 1 : p.a_col; // Not covered: the compiler knows
+    const std::ptrdiff_t a_row = TRANSPOSED ? 1 : p.a_row; // Not covered: the compiler knows
+    const std::ptrdiff_t a_col = TRANSPOSED ? p.a_col : 1; // Not covered: the compiler knows
+    const std::ptrdiff_t d_row = p.d_row;
     const T* a = static_cast<const T*>(part.a);
-    const T* start = static_cast<const T*>(part.start);
-    T* d = static_cast<T*>(part.d);
-    for (std::ptrdiff_t rows = p.rows; rows > 0; rows -= abreast) {
-        const T* term[abreast] = {a};
-        std::ptrdiff_t at[abreast] = {0};
-        each<abreast - 1>([&](auto r) IV_INLINED {
-            term[r + 1] = term[r] + (r + 1 < rows ? p.a_row : 0);
-            at[r + 1] = at[r] + (r + 1 < rows ? p.d_row : 0);
+    const T* const start = static_cast<const T*>(part.start);
+    T* const first = static_cast<T*>(part.d);
+    T* d = first;
+    const auto pass = [&](auto count, auto exists) IV_INLINED {
+        const T* term[count] = {a};
+        std::ptrdiff_t at[count] = {0};
+        each<count - 1>([&](auto r) IV_INLINED {
+            term[r + 1] = term[r] + (exists(r + 1) ? a_row : 0);
+            at[r + 1] = at[r] + (exists(r + 1) ? d_row : 0);
         });
-        typename L::Computed sums[abreast][1];
-        each<abreast>([&](auto r)
-                          IV_INLINED { row.begin(sums[r], start ? start + at[r] : nullptr, p); });
+        typename L::Computed sums[count][1];
+        each<count>([&](auto r) IV_INLINED {
+            row.begin(sums[r], start ? start + (d - first) + at[r] : nullptr, p);
+        });
         const auto add_row = [&](auto k) IV_INLINED {
-            each<abreast>([&](auto r) IV_INLINED {
+            each<count>([&](auto r) IV_INLINED {
                 sums[r][0] = add_term<L, T, MODE>(term[r], L::computed(b[k]), sums[r][0]);
                 term[r] += a_col;
             });
@@ -299,37 +323,32 @@ void pass_rows(const Product& p, const ProductPart& part) {
                 add_row(k);
             }
         }
-        each<abreast>([&](auto r) IV_INLINED { row.end(sums[r], d + at[r], p); });
-        a += abreast * p.a_row;
-        start += start ? abreast * p.d_row : 0;
-        d += abreast * p.d_row;
+        each<count>([&](auto r) IV_INLINED { row.end(sums[r], d + at[r], p); });
+        a += count * a_row;
+        d += count * d_row;
+    };
+    std::ptrdiff_t rows = p.rows;
+    if constexpr (MASKS) {
+        const auto always = [](int) IV_INLINED { return true; };
+        if (rows >= abreast) {
+            do {
+                pass(Constant<abreast>{}, always);
+                rows -= abreast;
+            } while (rows >= abreast);
+            if (rows == 0) {
+                return; // sooner than by a loop that finds nothing to do
+            }
+        }
+        for (; rows > 0; --rows) {
+            pass(Constant<1>{}, always);
+        }
+    } else {
+        // Rows that do not exist repeat the last: here the code is to be short.
+        for (; rows > 0; rows -= abreast) {
+            pass(Constant<abreast>{}, [=](int r) IV_INLINED { return r < rows; });
+        }
     }
 }
-
-/// Full blocks of transposed rows get code of their own.
-template <class T, ProductMode MODE, int COUNT>
-constexpr bool IS_FULL = MODE == PLUS_TRANSPOSED &&
-                         (COUNT == TERMS<T> && (MASKS || std::is_floating_point_v<T>));
-
-/// So do the counts of small matrices, where masks serve their edges in place.
-template <class T, ProductMode MODE, int COUNT>
-constexpr bool IS_SMALL = MASKS && (std::is_floating_point_v<T>
-                                        ? COUNT == 4 || COUNT == 8 || (MODE == PLUS && COUNT <= FEW)
-                                        : MODE == PLUS && COUNT == FEW);
-
-/// K of pass_rows for so many terms.
-template <class T, ProductMode MODE, int COUNT>
-using KeptTerms = std::conditional_t<IS_FULL<T, MODE, COUNT> || IS_SMALL<T, MODE, COUNT>,
-                                     Constant<COUNT>, Constant<0>>;
-
-/// Ways through the rows by the number of terms.
-template <class T, ProductMode MODE, int BYTES, class Counts>
-struct Passes;
-template <class T, ProductMode MODE, int BYTES, int... COUNT>
-struct Passes<T, MODE, BYTES, std::integer_sequence<int, COUNT...>> {
-    static constexpr void (*OF[])(const Product&, const ProductPart&) = {
-        pass_rows<T, MODE, BYTES, KeptTerms<T, MODE, COUNT>::value>...};
-};
 
 /// All rows of a part that is VECTORS registers wide or less, in tiles.
 template <class T, ProductMode MODE, int BYTES, int VECTORS>
@@ -353,19 +372,45 @@ template <class T, ProductMode MODE, int BYTES, int VECTORS>
     }
 }
 
+/// What computes a part that is one register wide or less and has COUNT terms.
+template <class T, ProductMode MODE, int BYTES, bool TRANSPOSED, int COUNT>
+constexpr auto* way() {
+    if constexpr (IS_FULL<T, MODE, COUNT> || IS_SMALL<T, MODE, COUNT>) {
+        return pass_rows<T, MODE, BYTES, TRANSPOSED, COUNT>;
+    } else if constexpr (MODE == PLUS_TRANSPOSED) {
+        return pass_rows<T, MODE, BYTES, TRANSPOSED, 0>;
+    } else {
+        return tiles<T, MODE, BYTES, 1>;
+    }
+}
+
+/// The ways by the number of terms.
+template <class T, ProductMode MODE, int BYTES, bool TRANSPOSED, class Counts>
+struct Ways;
+template <class T, ProductMode MODE, int BYTES, bool TRANSPOSED, int... COUNT>
+struct Ways<T, MODE, BYTES, TRANSPOSED, std::integer_sequence<int, COUNT...>> {
+    static constexpr void (*OF[])(const Product&, const ProductPart&) = {
+        way<T, MODE, BYTES, TRANSPOSED, COUNT>()...};
+};
+
 /// All rows of a part that is one register wide or less.
 template <class T, ProductMode MODE, int BYTES>
 IV_INLINE void narrow_part(const Product& p, const ProductPart& part) {
-    constexpr bool transposed = MODE == PLUS_TRANSPOSED;
-    constexpr int height = TALL[REGISTERS<T, BYTES, 1> - 1];
-    if constexpr (MASKS || transposed) {
-        if (transposed || (p.rows < height && part.inner <= FEW)) {
-            using Counts = std::make_integer_sequence<int, (transposed ? TERMS<T> : FEW) + 1>;
-            return Passes<T, MODE, BYTES, Counts>::OF[part.inner > 0 ? part.inner : 0](p, part);
+    using Counts = std::make_integer_sequence<int, TERMS<T> + 1>;
+    if constexpr (!MASKS && MODE != PLUS_TRANSPOSED) {
+        return tiles<T, MODE, BYTES, 1>(p, part);
+    } else if (part.inner > TERMS<T>) {
+        if constexpr (MODE != PLUS_TRANSPOSED) {
+            tiles<T, MODE, BYTES, 1>(p, part);
         }
-    }
-    if constexpr (!transposed) {
-        tiles<T, MODE, BYTES, 1>(p, part);
+    } else {
+        const std::ptrdiff_t count = part.inner > 0 ? part.inner : 0;
+        if constexpr (MODE == PLUS) {
+            if (p.a_col != 1) {
+                return Ways<T, MODE, BYTES, true, Counts>::OF[count](p, part);
+            }
+        }
+        Ways<T, MODE, BYTES, false, Counts>::OF[count](p, part);
     }
 }
 
