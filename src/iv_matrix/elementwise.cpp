@@ -48,8 +48,8 @@ void one_by_one(ElementwiseOperation operation, const void* src1, const void* sr
     }
 }
 
-/// The same for values of any type.
-void one_by_one(int type, ElementwiseOperation operation, const void* a, const void* b, void* d,
+/// The same for values of any type. Rare, and kept apart: the way to the kernels is to be short.
+[[gnu::noinline]] void one_by_one(int type, ElementwiseOperation operation, const void* a, const void* b, void* d,
                 std::ptrdiff_t count) {
     visit_depth(type, [=](auto tag) {
         // Signed and unsigned integers share: the low bits are the same.
@@ -59,20 +59,20 @@ void one_by_one(int type, ElementwiseOperation operation, const void* a, const v
     });
 }
 
-/// dst = src1 operation b
-void compute(ElementwiseOperation operation, const iv_mat_t* src1, const void* b,
-             const iv_mat_t* dst) {
+/// dst = src1 operation b. One function for each operation: of few values it is most of the time.
+template <ElementwiseOperation OPERATION>
+void compute(const iv_mat_t* src1, const void* b, const iv_mat_t* dst) {
     const Kernels& table = kernels();
     const void* a = src1->data.p;
     void* d = dst->data.p;
     const std::ptrdiff_t count = value_count(src1);
     const std::ptrdiff_t bytes = count * IV_ELEM_SIZE1(src1->type);
-    const bool two_sources = operation == ADD || operation == SUB;
+    constexpr bool two_sources = OPERATION == ADD || OPERATION == SUB;
     if (bytes >= table.width && !is_read_later(d, a, bytes) &&
         !(two_sources && is_read_later(d, b, bytes))) {
-        return table.elementwise[IV_MAT_DEPTH(src1->type)][operation](a, b, d, bytes);
+        return table.elementwise[IV_MAT_DEPTH(src1->type)][OPERATION](a, b, d, bytes);
     }
-    one_by_one(src1->type, operation, a, b, d, count);
+    one_by_one(src1->type, OPERATION, a, b, d, count);
 }
 
 } // namespace
@@ -83,7 +83,7 @@ void iv_mat_neg(iv_mat_t* src, iv_mat_t* dst) {
     if (!same_type_and_shape(src, dst) || depth == IV_8U || depth == IV_16U) {
         return;
     }
-    compute(NEG, src, nullptr, dst);
+    compute<NEG>(src, nullptr, dst);
 }
 
 void iv_mat_scale(void* pval, iv_mat_t* src, iv_mat_t* dst) {
@@ -98,17 +98,17 @@ void iv_mat_scale(void* pval, iv_mat_t* src, iv_mat_t* dst) {
         const Bits value = static_cast<const volatile Cell<Bits>*>(pval)->value;
         std::memcpy(&factor, &value, sizeof value);
     });
-    compute(SCALE, src, &factor, dst);
+    compute<SCALE>(src, &factor, dst);
 }
 
 void iv_mat_add(iv_mat_t* src1, iv_mat_t* src2, iv_mat_t* dst) {
     if (same_type_and_shape(src1, src2) && same_type_and_shape(src1, dst)) {
-        compute(ADD, src1, src2->data.p, dst);
+        compute<ADD>(src1, src2->data.p, dst);
     }
 }
 
 void iv_mat_sub(iv_mat_t* src1, iv_mat_t* src2, iv_mat_t* dst) {
     if (same_type_and_shape(src1, src2) && same_type_and_shape(src1, dst)) {
-        compute(SUB, src1, src2->data.p, dst);
+        compute<SUB>(src1, src2->data.p, dst);
     }
 }
