@@ -49,8 +49,8 @@ void one_by_one(ElementwiseOperation operation, const void* src1, const void* sr
 }
 
 /// The same for values of any type. Rare, and kept apart: the way to the kernels is to be short.
-[[gnu::noinline]] void one_by_one(int type, ElementwiseOperation operation, const void* a, const void* b, void* d,
-                std::ptrdiff_t count) {
+[[gnu::noinline]] void one_by_one(int type, ElementwiseOperation operation, const void* a,
+                                  const void* b, void* d, std::ptrdiff_t count) {
     visit_depth(type, [=](auto tag) {
         // Signed and unsigned integers share: the low bits are the same.
         using T = TypeOf<decltype(tag)>;

@@ -292,14 +292,13 @@ void pass_rows(const Product& p, const ProductPart& part) {
     keep_rows<L, T, MODE, K>(b, p, part);
     constexpr bool often_full = K == 0 || K > FEW;
     const Row<T, BYTES, 1, often_full> row(part);
-    const std::ptrdiff_t a_row = TRANSPOSED ? 1 : p.a_row; // Not covered: the compiler knows
     const std::ptrdiff_t a_col = TRANSPOSED ? p.a_col : 1; // Not covered: the compiler knows
-    const std::ptrdiff_t d_row = p.d_row;
     const T* a = static_cast<const T*>(part.a);
-    const T* const start = static_cast<const T*>(part.start);
-    T* const first = static_cast<T*>(part.d);
-    T* d = first;
+    const T* start = static_cast<const T*>(part.start);
+    T* d = static_cast<T*>(part.d);
     const auto pass = [&](auto count, auto exists) IV_INLINED {
+        const std::ptrdiff_t d_row = p.d_row;
+        const std::ptrdiff_t a_row = TRANSPOSED ? 1 : p.a_row; // Not covered: the compiler knows
         const T* term[count] = {a};
         std::ptrdiff_t at[count] = {0};
         each<count - 1>([&](auto r) IV_INLINED {
@@ -307,9 +306,8 @@ void pass_rows(const Product& p, const ProductPart& part) {
             at[r + 1] = at[r] + (exists(r + 1) ? d_row : 0);
         });
         typename L::Computed sums[count][1];
-        each<count>([&](auto r) IV_INLINED {
-            row.begin(sums[r], start ? start + (d - first) + at[r] : nullptr, p);
-        });
+        each<count>([&](auto r)
+                        IV_INLINED { row.begin(sums[r], start ? start + at[r] : nullptr, p); });
         const auto add_row = [&](auto k) IV_INLINED {
             each<count>([&](auto r) IV_INLINED {
                 sums[r][0] = add_term<L, T, MODE>(term[r], L::computed(b[k]), sums[r][0]);
@@ -325,10 +323,11 @@ void pass_rows(const Product& p, const ProductPart& part) {
         }
         each<count>([&](auto r) IV_INLINED { row.end(sums[r], d + at[r], p); });
         a += count * a_row;
+        start += start ? count * d_row : 0;
         d += count * d_row;
     };
     std::ptrdiff_t rows = p.rows;
-    if constexpr (MASKS) {
+    if constexpr (MASKS && K) {
         const auto always = [](int) IV_INLINED { return true; };
         if (rows >= abreast) {
             do {
@@ -343,7 +342,7 @@ void pass_rows(const Product& p, const ProductPart& part) {
             pass(Constant<1>{}, always);
         }
     } else {
-        // Rows that do not exist repeat the last: here the code is to be short.
+        // Rows that do not exist repeat the last: one loop is shorter than two.
         for (; rows > 0; rows -= abreast) {
             pass(Constant<abreast>{}, [=](int r) IV_INLINED { return r < rows; });
         }
