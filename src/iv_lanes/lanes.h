@@ -240,7 +240,16 @@ IV_INLINE void store_narrowed(float* to, D values) {
     std::memcpy(to, &floats, sizeof values / 2);
 }
 
-// Halves of a vector.
+/// Has a register computed by now. The compiler would put off what is only needed later, and units
+/// would have nothing to do while a division goes on.
+template <class V>
+IV_INLINE void settle([[maybe_unused]] V& values) {
+#if defined(__AVX512F__)
+    asm volatile("" : "+v"(values)); // volatile: else this, too, is put off
+#endif
+}
+
+// Lanes of vectors by their numbers, and halves.
 
 template <class S, std::size_t... LANE>
 IV_INLINE auto pick_lanes(S a, S b, std::index_sequence<LANE...>) {

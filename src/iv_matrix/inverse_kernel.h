@@ -244,6 +244,101 @@ IV_INLINE bool invert_four(WorkArea& w, const Four (&from)[4], Four (&to)[4]) {
     return sum[0] + sum[1] - (sum[0] + sum[1]) == 0.0;
 }
 
+/// Orders 2 to this one, but 4, are kept in registers: rows of [A | I] that fill two at most.
+constexpr int MOST_KEPT = MASKS ? STRIP : 0;
+
+/// Lane LANE of the first register of each row. Lanes without a row repeat the last.
+template <int LANE, int N, int REGISTERS>
+IV_INLINE Doubles column_of(const Doubles (&row)[N][REGISTERS]) {
+    const auto two = [&](auto r) IV_INLINED {
+        return interleave<Doubles, LANE % 2>(row[r < N ? r : N - 1][0],
+                                             row[r + 1 < N ? r + 1 : N - 1][0],
+                                             std::make_index_sequence<STRIP>{});
+    };
+    constexpr int at = LANE / 2 * 2; // where their elements of the column are
+    const auto four = [&](auto r) IV_INLINED {
+        return __builtin_shufflevector(two(r), two(Constant<r + 2>{}), at, at + 1, at, at + 1,
+                                       STRIP + at, STRIP + at + 1, STRIP + at, STRIP + at + 1);
+    };
+    return __builtin_shufflevector(four(Constant<0>{}), four(Constant<4>{}), 0, 1, 4, 5, 8, 9, 12,
+                                   13);
+}
+
+/// Order N with all rows in registers. The next column is computed apart, from what it was before
+/// the rows change, so that its quotients are on their way while they do. Returns whether all
+/// factors are finite; if not, nothing is written.
+template <int N>
+[[gnu::noinline]] bool invert_kept(WorkArea& w, const std::uint8_t* from, std::uint8_t* to) {
+    using Floats = FloatsOf<Doubles>;
+    using Columns = Vector<std::int64_t, sizeof(Doubles)>;
+    constexpr int registers = (2 * N + STRIP - 1) / STRIP;
+    constexpr int bytes = N * static_cast<int>(sizeof(float));
+    const auto columns = lane_numbers<Columns>();
+    const auto one = reinterpret_cast<Columns>(splat<Doubles>(1.0));
+    Doubles row[N][registers];
+    each<N>([&](auto j) IV_INLINED {
+        const Doubles values = widen<Doubles>(load_first<Floats>(from + j * bytes, bytes));
+        each<registers>([&](auto v) IV_INLINED {
+            const Columns identity = (columns == std::int64_t{N + j - v * STRIP}) & one;
+            row[j][v] = reinterpret_cast<Doubles>(
+                v == 0 ? reinterpret_cast<Columns>(values) | identity : identity);
+        });
+    });
+    Doubles next = column_of<0>(row) / splat<Doubles>(-row[0][0][0]);
+    Doubles sum = next; // of finite factors, at most 2^278 each, is finite
+    each<N>([&](auto i) IV_INLINED {
+        const Doubles factors = next;
+        if constexpr (i + 1 < N) {
+            const Doubles before = column_of<i + 1>(row);
+            const Doubles above = splat<Doubles>(row[i][0][i + 1]);
+            const Doubles after = widen<Doubles>(narrow(multiply_add(factors, above, before)));
+            const Doubles column = choose(columns == std::int64_t{i}, before, after);
+            next = column / splat<Doubles>(-column[i + 1]);
+            sum += next;
+        }
+        each<registers>([&](auto v) IV_INLINED {
+            each<N - 1>([&](auto other) IV_INLINED {
+                constexpr int j = other < i ? other : other + 1;
+                const Doubles factor = splat<Doubles>(factors[j]);
+                row[j][v] = widen<Doubles>(narrow(multiply_add(factor, row[i][v], row[j][v])));
+                settle(row[j][v]);
+            });
+        });
+    });
+    double total = 0.0;
+    each<STRIP>([&](auto lane) IV_INLINED { total += sum[int{lane}]; });
+    if (total - total != 0.0) {
+        return false;
+    }
+    each<N>([&](auto i) IV_INLINED {
+        const Doubles a = splat<Doubles>(1.0 / row[i][0][int{i}]);
+        Floats values[registers];
+        each<registers>([&](auto v) IV_INLINED {
+            values[v] = narrow(row[i][v] * a);
+            store_whole(&w.rows[i][v * STRIP], values[v]); // where a later call can read
+        });
+        store_first(to + i * bytes,
+                    pick_lanes(values[0], values[registers - 1],
+                               counted_from<N>(std::make_index_sequence<STRIP>{})),
+                    bytes);
+    });
+    return true;
+}
+
+/// The same where the order is known by now; whether it is done.
+IV_INLINE bool invert_kept(WorkArea& w, int n, const std::uint8_t* from, std::uint8_t* to) {
+    bool done = false;
+    each<(MOST_KEPT > 0 ? MOST_KEPT - 1 : 0)>([&](auto less) IV_INLINED {
+        constexpr int order = less + 2;
+        if constexpr (order != 4) {
+            if (n == order) {
+                done = invert_kept<order>(w, from, to);
+            }
+        }
+    });
+    return done;
+}
+
 void invert(WorkArea& w, int n, const void* from, void* to) {
     if (n == 4) {
         Four rows[4];
@@ -256,6 +351,9 @@ void invert(WorkArea& w, int n, const void* from, void* to) {
             });
             return;
         }
+    }
+    if (invert_kept(w, n, static_cast<const std::uint8_t*>(from), static_cast<std::uint8_t*>(to))) {
+        return;
     }
     augment(w, n, static_cast<const std::uint8_t*>(from));
     alignas(sizeof(Quotients)) double factors[MAX_INVERSE_ORDER];
