@@ -329,7 +329,7 @@ void pass_rows(const Product& p, const ProductPart& part) {
     std::ptrdiff_t rows = p.rows;
     if constexpr (MASKS && K) {
         const auto always = [](int) IV_INLINED { return true; };
-        if (rows >= abreast) {
+        if (abreast > 1 && rows >= abreast) {
             do {
                 pass(Constant<abreast>{}, always);
                 rows -= abreast;
@@ -383,33 +383,32 @@ constexpr auto* way() {
     }
 }
 
-/// The ways by the number of terms.
-template <class T, ProductMode MODE, int BYTES, bool TRANSPOSED, class Counts>
+/// Counts of terms that parts of one register may have: none to TERMS.
+template <class T>
+constexpr int COUNTS = TERMS<T> + 1;
+
+/// The ways by the number of terms, and behind them those of a transposed a.
+template <class T, ProductMode MODE, int BYTES, class Places>
 struct Ways;
-template <class T, ProductMode MODE, int BYTES, bool TRANSPOSED, int... COUNT>
-struct Ways<T, MODE, BYTES, TRANSPOSED, std::integer_sequence<int, COUNT...>> {
+template <class T, ProductMode MODE, int BYTES, int... PLACE>
+struct Ways<T, MODE, BYTES, std::integer_sequence<int, PLACE...>> {
     static constexpr void (*OF[])(const Product&, const ProductPart&) = {
-        way<T, MODE, BYTES, TRANSPOSED, COUNT>()...};
+        way<T, MODE, BYTES, (PLACE >= COUNTS<T>), PLACE % COUNTS<T>>()...};
 };
 
 /// All rows of a part that is one register wide or less.
 template <class T, ProductMode MODE, int BYTES>
 IV_INLINE void narrow_part(const Product& p, const ProductPart& part) {
-    using Counts = std::make_integer_sequence<int, TERMS<T> + 1>;
-    if constexpr (!MASKS && MODE != PLUS_TRANSPOSED) {
-        return tiles<T, MODE, BYTES, 1>(p, part);
-    } else if (part.inner > TERMS<T>) {
-        if constexpr (MODE != PLUS_TRANSPOSED) {
-            tiles<T, MODE, BYTES, 1>(p, part);
+    if constexpr (MASKS || MODE == PLUS_TRANSPOSED) {
+        using Places = std::make_integer_sequence<int, (MODE == PLUS ? 2 : 1) * COUNTS<T>>;
+        if (MODE == PLUS_TRANSPOSED || part.inner < COUNTS<T>) {
+            const std::ptrdiff_t count = part.inner > 0 ? part.inner : 0;
+            const bool transposed = MODE == PLUS && p.a_col != 1;
+            return Ways<T, MODE, BYTES, Places>::OF[count + (transposed ? COUNTS<T> : 0)](p, part);
         }
-    } else {
-        const std::ptrdiff_t count = part.inner > 0 ? part.inner : 0;
-        if constexpr (MODE == PLUS) {
-            if (p.a_col != 1) {
-                return Ways<T, MODE, BYTES, true, Counts>::OF[count](p, part);
-            }
-        }
-        Ways<T, MODE, BYTES, false, Counts>::OF[count](p, part);
+    }
+    if constexpr (MODE != PLUS_TRANSPOSED) {
+        tiles<T, MODE, BYTES, 1>(p, part);
     }
 }
 
