@@ -107,25 +107,21 @@ struct Panel {
     }
 };
 
-/// Adds row i, multiplied, to all others, in GROUPS groups of columns from c on. Row i is passed over
-/// without a branch: the loop is as long at every step, and the processor foresees its end.
+/// Adds row i, multiplied, to all others, in GROUPS groups of columns from c on.
 template <int GROUPS>
 IV_INLINE void eliminate_panel(WorkArea& w, int n, int i, int c, const double* factors) {
-    constexpr std::ptrdiff_t step = sizeof w.rows[0] / sizeof w.rows[0][0];
     Panel<GROUPS> pivot;
     pivot.load(&w.rows[i][c]);
-    float* at = &w.rows[0][c];
-    for (int others = n - 1; others > 0; --others) {
-        const bool over = at == &w.rows[i][c];
-        at += over ? step : 0;
-        factors += over ? 1 : 0;
-        Panel<GROUPS> row;
-        row.load(at);
-        row.add(splat<Doubles>(*factors), pivot);
-        row.store(at);
-        at += step;
-        ++factors;
-    }
+    const auto add_to = [&](int first, int end) IV_INLINED {
+        for (int j = first; j < end; ++j) {
+            Panel<GROUPS> row;
+            row.load(&w.rows[j][c]);
+            row.add(splat<Doubles>(factors[j]), pivot);
+            row.store(&w.rows[j][c]);
+        }
+    };
+    add_to(0, i);
+    add_to(i + 1, n);
 }
 
 /// The same in the first `width` columns, and in those behind that the last group takes. Elements to
