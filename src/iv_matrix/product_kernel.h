@@ -231,13 +231,13 @@ template <class L, class T>
 /// of b stay in registers. All that can be kept do where b is transposed; where there are masks, so do
 /// the counts of small matrices.
 template <class T, ProductMode MODE, int COUNT>
-constexpr bool IS_FULL = MODE == PLUS_TRANSPOSED&& COUNT == TERMS<T> &&
-                         (MASKS || std::is_floating_point_v<T>);
+constexpr bool IS_FULL = MODE == PLUS_TRANSPOSED &&
+                         (COUNT == TERMS<T> && (MASKS || std::is_floating_point_v<T>));
 template <class T, ProductMode MODE, int COUNT>
-constexpr bool IS_SMALL = MASKS&& COUNT > 0 &&
-                          (std::is_floating_point_v<T>
-                               ? COUNT % 4 == 0 || (MODE == PLUS && COUNT <= FEW)
-                               : MODE == PLUS && COUNT == FEW);
+constexpr bool IS_SMALL = MASKS &&
+                          (COUNT > 0 && (std::is_floating_point_v<T>
+                                             ? COUNT % 4 == 0 || (MODE == PLUS && COUNT <= FEW)
+                                             : MODE == PLUS && COUNT == FEW));
 
 /// Loads the rows of b that a part with one register a row needs, K of them, or if K is 0, which is
 /// for transposed ones, as many as it has terms.
