@@ -281,6 +281,18 @@ IV_INLINE void keep_rows(typename L::Stored* b, const Product& p, const ProductP
     }
 }
 
+/// Calls `step` with 0 to K - 1 as constants, or with 0 to count - 1 if K is 0.
+template <int K, class Step>
+IV_INLINE void each_term(std::ptrdiff_t count, Step step) {
+    if constexpr (K) {
+        each<K>(step);
+    } else {
+        for (std::ptrdiff_t k = 0; k < count; ++k) {
+            step(k);
+        }
+    }
+}
+
 /// A part with one register a row and few terms: the rows of b are kept while the rows of a pass
 /// by. If a is TRANSPOSED, its rows are one value apart, else its columns are. K is the number of
 /// terms where the rows of b are kept in registers, else 0.
@@ -308,19 +320,12 @@ void pass_rows(const Product& p, const ProductPart& part) {
         typename L::Computed sums[count][1];
         each<count>([&](auto r)
                         IV_INLINED { row.begin(sums[r], start ? start + at[r] : nullptr, p); });
-        const auto add_row = [&](auto k) IV_INLINED {
+        each_term<K>(part.inner, [&](auto k) IV_INLINED {
             each<count>([&](auto r) IV_INLINED {
                 sums[r][0] = add_term<L, T, MODE>(term[r], L::computed(b[k]), sums[r][0]);
                 term[r] += a_col;
             });
-        };
-        if constexpr (K) {
-            each<K>(add_row);
-        } else {
-            for (int k = 0; k < part.inner; ++k) {
-                add_row(k);
-            }
-        }
+        });
         each<count>([&](auto r) IV_INLINED { row.end(sums[r], d + at[r], p); });
         a += count * a_row;
         start += start ? count * d_row : 0;
