@@ -18,8 +18,7 @@ constexpr int SUMS = 12;
 template <class T>
 void multiply_add(long count) {
     typedef T Vector __attribute__((vector_size(VECTOR_BYTES)));
-    T one = T{1};
-    benchmark::DoNotOptimize(one);
+    volatile T one = T{1}; // g++ 12 loses the value of a variable given to DoNotOptimize
     const Vector factor = Vector{} + one;
     Vector sums[SUMS] = {};
     benchmark::DoNotOptimize(sums); // or the compiler sees that all of them are the same
