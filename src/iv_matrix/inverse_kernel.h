@@ -327,7 +327,7 @@ template <int N>
     return true;
 }
 
-/// The same where the order is known by now; whether it is done.
+/// The same for an order that the compiler does not know. Returns whether it is done.
 IV_INLINE bool invert_kept(WorkArea& w, int n, const std::uint8_t* from, std::uint8_t* to) {
     bool done = false;
     each<(MOST_KEPT > 0 ? MOST_KEPT - 1 : 0)>([&](auto less) IV_INLINED {
