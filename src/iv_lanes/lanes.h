@@ -571,49 +571,6 @@ struct Lanes<std::uint8_t, BYTES_> {
 };
 #endif
 
-#if defined(__AVX512BW__)
-/// The product of the lower halves of 64-bit lanes.
-template <class V>
-IV_INLINE V multiply_lower(V a, V b) {
-    if constexpr (sizeof(V) == 64) {
-        // All of it: without a mask, g++ 12 warns of its own header.
-        return reinterpret_cast<V>(_mm512_maskz_mul_epu32(0xFF, reinterpret_cast<__m512i>(a),
-                                                          reinterpret_cast<__m512i>(b)));
-    } else {
-        static_assert(sizeof(V) == 32);
-        return reinterpret_cast<V>(
-            _mm256_mul_epu32(reinterpret_cast<__m256i>(a), reinterpret_cast<__m256i>(b)));
-    }
-}
-
-/// One instruction would multiply 64-bit lanes, but some CPUs have it wait for what its destination
-/// held before. So halves are multiplied, and what belongs into the upper half is summed apart and
-/// moved there once. This takes twice the registers, which other sets lack.
-template <int BYTES_>
-struct Lanes<std::uint64_t, BYTES_> {
-    static constexpr int BYTES = BYTES_;
-    static constexpr int COUNT = BYTES / static_cast<int>(sizeof(std::uint64_t));
-    using Stored = Vector<std::uint64_t, BYTES>;
-    struct Computed {
-        Stored lower, upper; ///< lower + upper * 2^32
-    };
-
-    IV_INLINE static Computed computed(Stored values) {
-        return {values & 0xFFFFFFFF, values >> 32};
-    }
-    IV_INLINE static Stored stored(Computed values) { return values.lower + (values.upper << 32); }
-    IV_INLINE static Stored broadcast(std::uint64_t value) { return splat<Stored>(value); }
-    IV_INLINE static Computed sum(Stored factor, Computed values, Computed start) {
-        const Computed terms = product(factor, values);
-        return {start.lower + terms.lower, start.upper + terms.upper};
-    }
-    IV_INLINE static Computed product(Stored factor, Computed values) {
-        return {multiply_lower(factor, values.lower),
-                multiply_lower(factor, values.upper) + multiply_lower(factor >> 32, values.lower)};
-    }
-};
-#endif
-
 } // namespace
 } // namespace iv::internal
 

@@ -30,6 +30,26 @@ Factor first_transposed(const iv_mat_t* mat) {
     return {mat, 1, mat->cols, mat->rows};
 }
 
+/// Rows that a kernel gets at once: it comes back to them for other columns and terms, and they
+/// should be cached still.
+constexpr int MOST_ROWS = 256;
+
+/// Any number of rows, of values of `size` bytes.
+[[gnu::noinline]] void compute_in_blocks(ProductKernel* kernel, const Product& p,
+                                         std::ptrdiff_t size) {
+    for (std::ptrdiff_t i = 0; i < p.rows; i += MOST_ROWS) {
+        const std::ptrdiff_t left = p.rows - i;
+        Product block = p;
+        block.rows = left < MOST_ROWS ? left : MOST_ROWS;
+        block.all.a = static_cast<const u08_t*>(p.all.a) + i * p.a_row * size;
+        if (p.all.start) {
+            block.all.start = static_cast<const u08_t*>(p.all.start) + i * p.d_row * size;
+        }
+        block.all.d = static_cast<u08_t*>(p.all.d) + i * p.d_row * size;
+        kernel(block);
+    }
+}
+
 /// dst = start + sign * a * b; without a start the first term is formed whatever the inner size.
 /// Inlined, for it is a good part of what a product of 2 x 2 values costs.
 [[gnu::always_inline]] inline void compute(const ProductKernels& of_type, ProductMode mode,
@@ -51,13 +71,18 @@ Factor first_transposed(const iv_mat_t* mat) {
              1,
              0});
     } else {
-        of_type[mode]({{a.mat->data.p, b->data.p, start, dst->data.p, dst->cols, inner},
-                       a.row,
-                       a.col,
-                       b->cols,
-                       dst->cols,
-                       dst->rows,
-                       mode == MINUS ? ~std::uint64_t{0} : 0});
+        const Product product{{a.mat->data.p, b->data.p, start, dst->data.p, dst->cols, inner},
+                              a.row,
+                              a.col,
+                              b->cols,
+                              dst->cols,
+                              dst->rows,
+                              mode == MINUS ? ~std::uint64_t{0} : 0};
+        if (dst->rows <= MOST_ROWS) {
+            of_type[mode](product);
+        } else {
+            compute_in_blocks(of_type[mode], product, IV_ELEM_SIZE1(dst->type));
+        }
     }
 }
 

@@ -23,26 +23,26 @@ constexpr int TALL[] = {4, 4};
 #endif
 constexpr int FLAT = 4;
 
-/// Rows of b that are kept in registers while the rows of a pass by.
-#if defined(__AVX512BW__)
-constexpr int KEPT = 16;
-#else
-constexpr int KEPT = 8;
-#endif
+/// Registers of b that are kept while the rows of a pass by. Most where loading them anew costs most.
+template <class T, ProductMode MODE>
+constexpr int KEPT = !MASKS                                                   ? 8
+                     : MODE == PLUS_TRANSPOSED && std::is_floating_point_v<T> ? 24
+                                                                              : 16;
 
 /// Registers that a row of sums takes.
 template <class T, int BYTES, int VECTORS>
 constexpr int REGISTERS = static_cast<int>(VECTORS * sizeof(typename Lanes<T, BYTES>::Computed) /
                                            BYTES);
 
-/// Terms that are added at once: so many that their rows of b, taken apart as sums are, can be kept,
-/// but a whole piece.
-template <class T>
-constexpr int KEPT_TERMS = KEPT / REGISTERS<T, WIDE, 1>;
+/// Terms that are added at once where a row takes VECTORS registers: so many that their rows of b,
+/// taken apart as sums are, can be kept, but a whole piece.
+template <class T, ProductMode MODE, int VECTORS>
+constexpr int KEPT_TERMS = KEPT<T, MODE> / REGISTERS<T, WIDE, VECTORS>;
 template <class T>
 constexpr int PIECE_TERMS = PIECE / static_cast<int>(sizeof(T));
-template <class T>
-constexpr int TERMS = KEPT_TERMS<T> > PIECE_TERMS<T> ? KEPT_TERMS<T> : PIECE_TERMS<T>;
+template <class T, ProductMode MODE, int VECTORS = 1>
+constexpr int TERMS =
+    KEPT_TERMS<T, MODE, VECTORS> > PIECE_TERMS<T> ? KEPT_TERMS<T, MODE, VECTORS> : PIECE_TERMS<T>;
 
 /// So few terms that a product is small: a mask is cheaper than the question whether one is needed.
 constexpr int FEW = 8;
@@ -50,10 +50,12 @@ constexpr int FEW = 8;
 /// Rows of a that pass at once where the rows of b are kept, K of them. No sum of floats is to wait
 /// alone for each of its multiply-adds, unless they are few. One of integers only waits for an
 /// addition, but where instructions run in order.
-template <class T, int K>
+template <class T, int K, int VECTORS>
 constexpr int ABREAST =
 #if defined(__x86_64__)
-    std::is_integral_v<T> || (K > 0 && K < 3) ? 1 : 4;
+    std::is_integral_v<T> || (K > 0 && K < 3) ? 1
+    : VECTORS > 1                             ? 3
+                                              : 4;
 #else
     4;
 #endif
@@ -230,21 +232,21 @@ template <class L, class T>
 /// Whether so many terms of a part that is one register wide get code of their own, in which the rows
 /// of b stay in registers. All that can be kept do where b is transposed; where there are masks, so do
 /// the counts of small matrices.
-template <class T, ProductMode MODE, int COUNT>
-constexpr bool IS_FULL = MODE == PLUS_TRANSPOSED &&
-                         (COUNT == TERMS<T> && (MASKS || std::is_floating_point_v<T>));
+template <class T, ProductMode MODE, int VECTORS, int COUNT>
+constexpr bool IS_FULL = MODE == PLUS_TRANSPOSED && (COUNT == TERMS<T, MODE, VECTORS> &&
+                                                     (MASKS || std::is_floating_point_v<T>));
 template <class T, ProductMode MODE, int COUNT>
 constexpr bool IS_SMALL = MASKS &&
                           (COUNT > 0 && (std::is_floating_point_v<T>
                                              ? COUNT % 4 == 0 || (MODE == PLUS && COUNT <= FEW)
                                              : MODE == PLUS && COUNT == FEW));
 
-/// Loads the rows of b that a part with one register a row needs, K of them, or if K is 0, which is
-/// for transposed ones, as many as it has terms.
+/// Loads the rows of b that a part needs, K of them, or if K is 0, which is for transposed ones, as
+/// many as it has terms: their `cols` values at `from`, a register or less.
 template <class L, class T, ProductMode MODE, int K>
-IV_INLINE void keep_rows(typename L::Stored* b, const Product& p, const ProductPart& part) {
+IV_INLINE void keep_rows(typename L::Stored* b, const Product& p, const ProductPart& part,
+                         const T* from, std::ptrdiff_t cols) {
     using Stored = typename L::Stored;
-    const T* from = static_cast<const T*>(part.b);
     if constexpr (MODE == PLUS_TRANSPOSED) {
         const int count = static_cast<int>(part.inner);
         constexpr int step = PIECE / sizeof(T);
@@ -253,11 +255,11 @@ IV_INLINE void keep_rows(typename L::Stored* b, const Product& p, const ProductP
         };
         const auto keep_edge = [&](Stored* block, int group) IV_INLINED {
             const int rest = count - group * step;
-            load_edge_transposed<L>(block, from + group * step, p.b_row, part.cols,
+            load_edge_transposed<L>(block, from + group * step, p.b_row, cols,
                                     rest < step ? rest : step);
         };
         if constexpr (K) {
-            if (part.cols == L::COUNT) {
+            if (cols == L::COUNT) {
                 each<K / step>(keep_whole);
             } else {
                 // In storage of their own: b is to be in registers.
@@ -268,7 +270,7 @@ IV_INLINE void keep_rows(typename L::Stored* b, const Product& p, const ProductP
             }
         } else {
             for (int group = 0; group * step < count; ++group) {
-                if (part.cols == L::COUNT && count - group * step >= step) {
+                if (cols == L::COUNT && count - group * step >= step) {
                     keep_whole(group);
                 } else {
                     keep_edge(b + group * step, group);
@@ -276,7 +278,7 @@ IV_INLINE void keep_rows(typename L::Stored* b, const Product& p, const ProductP
             }
         }
     } else {
-        const int bytes = static_cast<int>(part.cols) * static_cast<int>(sizeof(T));
+        const int bytes = static_cast<int>(cols) * static_cast<int>(sizeof(T));
         each<K>([&](auto k) IV_INLINED { b[k] = load_first<Stored>(from + k * p.b_row, bytes); });
     }
 }
@@ -293,17 +295,23 @@ IV_INLINE void each_term(std::ptrdiff_t count, Step step) {
     }
 }
 
-/// A part with one register a row and few terms: the rows of b are kept while the rows of a pass
+/// A part with few terms and VECTORS registers a row: the rows of b are kept while the rows of a pass
 /// by. If a is TRANSPOSED, its rows are one value apart, else its columns are. K is the number of
 /// terms where the rows of b are kept in registers, else 0.
-template <class T, ProductMode MODE, int BYTES, bool TRANSPOSED, int K>
+template <class T, ProductMode MODE, int BYTES, int VECTORS, bool TRANSPOSED, int K>
 void pass_rows(const Product& p, const ProductPart& part) {
     using L = Lanes<T, BYTES>;
-    constexpr int abreast = ABREAST<T, K>;
-    typename L::Stored b[K ? K : TERMS<T>];
-    keep_rows<L, T, MODE, K>(b, p, part);
+    constexpr int abreast = ABREAST<T, K, VECTORS>;
+    typename L::Stored b[VECTORS][K ? K : TERMS<T, MODE, VECTORS>];
+    each<VECTORS>([&](auto v) IV_INLINED {
+        const std::ptrdiff_t to = v * L::COUNT; // column
+        keep_rows<L, T, MODE, K>(
+            b[v], p, part,
+            static_cast<const T*>(part.b) + to * (MODE == PLUS_TRANSPOSED ? p.b_row : 1),
+            v < VECTORS - 1 ? L::COUNT : part.cols - to);
+    });
     constexpr bool often_full = K == 0 || K > FEW;
-    const Row<T, BYTES, 1, often_full> row(part);
+    const Row<T, BYTES, VECTORS, often_full> row(part);
     const std::ptrdiff_t a_col = TRANSPOSED ? p.a_col : 1; // Not covered: the compiler knows
     const T* a = static_cast<const T*>(part.a);
     const T* start = static_cast<const T*>(part.start);
@@ -317,12 +325,14 @@ void pass_rows(const Product& p, const ProductPart& part) {
             term[r + 1] = term[r] + (exists(r + 1) ? a_row : 0);
             at[r + 1] = at[r] + (exists(r + 1) ? d_row : 0);
         });
-        typename L::Computed sums[count][1];
+        typename L::Computed sums[count][VECTORS];
         each<count>([&](auto r)
                         IV_INLINED { row.begin(sums[r], start ? start + at[r] : nullptr, p); });
         each_term<K>(part.inner, [&](auto k) IV_INLINED {
             each<count>([&](auto r) IV_INLINED {
-                sums[r][0] = add_term<L, T, MODE>(term[r], L::computed(b[k]), sums[r][0]);
+                each<VECTORS>([&](auto v) IV_INLINED {
+                    sums[r][v] = add_term<L, T, MODE>(term[r], L::computed(b[v][k]), sums[r][v]);
+                });
                 term[r] += a_col;
             });
         });
@@ -376,60 +386,64 @@ template <class T, ProductMode MODE, int BYTES, int VECTORS>
     }
 }
 
-/// What computes a part that is one register wide or less and has COUNT terms.
-template <class T, ProductMode MODE, int BYTES, bool TRANSPOSED, int COUNT>
+/// What computes a part that is VECTORS registers wide or less and has COUNT terms.
+template <class T, ProductMode MODE, int BYTES, int VECTORS, bool TRANSPOSED, int COUNT>
 constexpr auto* way() {
-    if constexpr (IS_FULL<T, MODE, COUNT> || IS_SMALL<T, MODE, COUNT>) {
-        return pass_rows<T, MODE, BYTES, TRANSPOSED, COUNT>;
+    if constexpr (IS_FULL<T, MODE, VECTORS, COUNT> || IS_SMALL<T, MODE, COUNT>) {
+        return pass_rows<T, MODE, BYTES, VECTORS, TRANSPOSED, COUNT>;
     } else if constexpr (MODE == PLUS_TRANSPOSED) {
-        return pass_rows<T, MODE, BYTES, TRANSPOSED, 0>;
+        return pass_rows<T, MODE, BYTES, VECTORS, TRANSPOSED, 0>;
     } else {
-        return tiles<T, MODE, BYTES, 1>;
+        return tiles<T, MODE, BYTES, VECTORS>;
     }
 }
 
-/// Counts of terms that parts of one register may have: none to TERMS.
-template <class T>
-constexpr int COUNTS = TERMS<T> + 1;
+/// Counts of terms that such parts may have: none to TERMS.
+template <class T, ProductMode MODE, int VECTORS>
+constexpr int COUNTS = TERMS<T, MODE, VECTORS> + 1;
 
 /// The ways by the number of terms, and behind them those of a transposed a.
-template <class T, ProductMode MODE, int BYTES, class Places>
+template <class T, ProductMode MODE, int BYTES, int VECTORS, class Places>
 struct Ways;
-template <class T, ProductMode MODE, int BYTES, int... PLACE>
-struct Ways<T, MODE, BYTES, std::integer_sequence<int, PLACE...>> {
+template <class T, ProductMode MODE, int BYTES, int VECTORS, int... PLACE>
+struct Ways<T, MODE, BYTES, VECTORS, std::integer_sequence<int, PLACE...>> {
+    static constexpr int counts = COUNTS<T, MODE, VECTORS>;
     static constexpr void (*OF[])(const Product&, const ProductPart&) = {
-        way<T, MODE, BYTES, (PLACE >= COUNTS<T>), PLACE % COUNTS<T>>()...};
+        way<T, MODE, BYTES, VECTORS, (PLACE >= counts), PLACE % counts>()...};
 };
 
-/// All rows of a part that is one register wide or less.
-template <class T, ProductMode MODE, int BYTES>
-IV_INLINE void narrow_part(const Product& p, const ProductPart& part) {
-    if constexpr (MASKS || MODE == PLUS_TRANSPOSED) {
-        using Places = std::make_integer_sequence<int, (MODE == PLUS ? 2 : 1) * COUNTS<T>>;
-        if (MODE == PLUS_TRANSPOSED || part.inner < COUNTS<T>) {
+/// All rows of a part that is VECTORS registers wide or less.
+template <class T, ProductMode MODE, int BYTES, int VECTORS>
+IV_INLINE void part_of_width(const Product& p, const ProductPart& part) {
+    if constexpr (MODE == PLUS_TRANSPOSED || (MASKS && VECTORS == 1)) {
+        constexpr int counts = COUNTS<T, MODE, VECTORS>;
+        using Places = std::make_integer_sequence<int, (MODE == PLUS ? 2 : 1) * counts>;
+        if (MODE == PLUS_TRANSPOSED || part.inner < counts) {
             const std::ptrdiff_t count = part.inner > 0 ? part.inner : 0;
             const bool transposed = MODE == PLUS && p.a_col != 1;
-            return Ways<T, MODE, BYTES, Places>::OF[count + (transposed ? COUNTS<T> : 0)](p, part);
+            return Ways<T, MODE, BYTES, VECTORS, Places>::OF[count + (transposed ? counts : 0)](
+                p, part);
         }
     }
     if constexpr (MODE != PLUS_TRANSPOSED) {
-        tiles<T, MODE, BYTES, 1>(p, part);
+        tiles<T, MODE, BYTES, VECTORS>(p, part);
     }
 }
 
 template <class T, ProductMode MODE>
 IV_INLINE void narrow_part(const Product& p, const ProductPart& part) {
     if (part.cols > NARROW / static_cast<std::ptrdiff_t>(sizeof(T))) {
-        narrow_part<T, MODE, WIDE>(p, part);
+        part_of_width<T, MODE, WIDE, 1>(p, part);
     } else {
-        narrow_part<T, MODE, NARROW>(p, part);
+        part_of_width<T, MODE, NARROW, 1>(p, part);
     }
 }
 
 /// The most columns of a part, in registers. More than two are for floats: integers gain little.
 constexpr int MOST_REGISTERS = sizeof TALL / sizeof TALL[0];
 template <class T, ProductMode MODE>
-constexpr int MOST = MODE != PLUS                              ? 1
+constexpr int MOST = MODE == PLUS_TRANSPOSED                   ? (KEPT<T, MODE> > 16 ? 2 : 1)
+                     : MODE == MINUS                           ? 1
                      : std::is_floating_point_v<T>             ? MOST_REGISTERS
                      : REGISTERS<T, WIDE, 2> <= MOST_REGISTERS ? 2
                                                                : 1;
@@ -438,47 +452,85 @@ constexpr int MOST = MODE != PLUS                              ? 1
 template <class T>
 constexpr std::ptrdiff_t COLUMNS = WIDE / static_cast<std::ptrdiff_t>(sizeof(T));
 
-/// Terms that a part may have.
+/// Terms that a part of so many registers may have.
+template <class T, ProductMode MODE, int VECTORS = 1>
+constexpr std::ptrdiff_t BLOCK = MODE == PLUS_TRANSPOSED ? TERMS<T, MODE, VECTORS> : INNER_BLOCK;
+
+/// Registers that the next part takes of those that `cols` columns fill.
 template <class T, ProductMode MODE>
-constexpr std::ptrdiff_t BLOCK = MODE == PLUS_TRANSPOSED ? TERMS<T> : INNER_BLOCK;
+IV_INLINE int next_registers(std::ptrdiff_t cols, std::ptrdiff_t inner) {
+    constexpr std::ptrdiff_t most = MOST<T, MODE>;
+    if (MODE == PLUS_TRANSPOSED && (inner <= BLOCK<T, MODE> || cols < most * COLUMNS<T>)) {
+        return 1; // with all terms at once, or no lane idle beside
+    }
+    // What does not fit at once, but into two parts, goes in halves: no narrow rest is left.
+    const std::ptrdiff_t registers = (cols + COLUMNS<T> - 1) / COLUMNS<T>;
+    return static_cast<int>(registers <= most      ? registers
+                            : registers < 2 * most ? (registers + 1) / 2
+                                                   : most);
+}
+
+/// Terms that the next part takes of `left`. Where multiples of four have code of their own, parts get
+/// such, and the last two are about as long; but a few terms go at once.
+template <class T, ProductMode MODE>
+IV_INLINE std::ptrdiff_t next_terms(std::ptrdiff_t left, int registers) {
+    const std::ptrdiff_t most = registers == 1 ? BLOCK<T, MODE> : BLOCK<T, MODE, MOST<T, MODE>>;
+    if (MODE == PLUS_TRANSPOSED && IS_SMALL<T, MODE, 4> && left < 2 * most) {
+        return left > most ? (left + 7) / 8 * 4 : left > 2 * FEW ? left / 4 * 4 : left;
+    }
+    return left < most ? left : most;
+}
 
 template <class T, ProductMode MODE>
 [[gnu::noinline]] void product_in_parts(const Product& p) {
-    constexpr bool transposed = MODE == PLUS_TRANSPOSED;
-    constexpr std::ptrdiff_t block = BLOCK<T, MODE>;
-    constexpr std::ptrdiff_t wide = COLUMNS<T>;
-    constexpr std::ptrdiff_t most = MOST<T, MODE>;
     const ProductPart& all = p.all;
-    std::ptrdiff_t k = 0;
-    do {
+    // From column j on, `inner` terms from k on. Returns the number of columns.
+    const auto compute_part = [&](std::ptrdiff_t j, int registers, std::ptrdiff_t k,
+                                  std::ptrdiff_t inner) IV_INLINED {
         const T* a = static_cast<const T*>(all.a) + k * p.a_col;
-        const T* b = static_cast<const T*>(all.b) + k * (transposed ? 1 : p.b_row);
+        const T* b = static_cast<const T*>(all.b);
+        b += MODE == PLUS_TRANSPOSED ? j * p.b_row + k : k * p.b_row + j;
         const T* start = static_cast<const T*>(k > 0 ? all.d : all.start);
-        T* d = static_cast<T*>(all.d);
-        const std::ptrdiff_t inner = all.inner - k < block ? all.inner - k : block;
-        for (std::ptrdiff_t j = 0; j < all.cols;) {
-            const std::ptrdiff_t left = all.cols - j;
-            // What does not fit at once, but into two parts, goes in halves: no narrow rest is left.
-            const std::ptrdiff_t registers = (left + wide - 1) / wide;
-            const std::ptrdiff_t vectors = registers <= most      ? registers
-                                           : registers < 2 * most ? (registers + 1) / 2
-                                                                  : most;
-            const std::ptrdiff_t cols = vectors * wide < left ? vectors * wide : left;
-            const ProductPart part{
-                a,    b + j * (transposed ? p.b_row : 1), start ? start + j : nullptr, d + j, cols,
-                inner};
-            if (vectors == 1) {
-                narrow_part<T, MODE>(p, part);
-            }
-            each<MOST<T, MODE> - 1>([&](auto more) IV_INLINED {
-                if (vectors == more + 2) {
-                    tiles<T, MODE, WIDE, more + 2>(p, part);
-                }
-            });
-            j += cols;
+        const std::ptrdiff_t left = all.cols - j;
+        const std::ptrdiff_t cols = registers * COLUMNS<T>;
+        const ProductPart part{a,
+                               b,
+                               start ? start + j : nullptr,
+                               static_cast<T*>(all.d) + j,
+                               cols < left ? cols : left,
+                               inner};
+        if (registers == 1) {
+            narrow_part<T, MODE>(p, part);
         }
-        k += block;
-    } while (k < all.inner);
+        each<MOST<T, MODE> - 1>([&](auto more) IV_INLINED {
+            if (registers == more + 2) {
+                part_of_width<T, MODE, WIDE, more + 2>(p, part);
+            }
+        });
+        return part.cols;
+    };
+    if constexpr (MODE == PLUS_TRANSPOSED) {
+        // All terms of some columns: their sums, which rest every few terms, stay cached.
+        for (std::ptrdiff_t j = 0, cols = 0; j < all.cols; j += cols) {
+            const int registers = next_registers<T, MODE>(all.cols - j, all.inner);
+            std::ptrdiff_t k = 0;
+            do {
+                const std::ptrdiff_t inner = next_terms<T, MODE>(all.inner - k, registers);
+                cols = compute_part(j, registers, k, inner);
+                k += inner;
+            } while (k < all.inner);
+        }
+    } else {
+        // All columns with some terms: the part of b in use stays cached.
+        std::ptrdiff_t k = 0;
+        do {
+            const std::ptrdiff_t inner = next_terms<T, MODE>(all.inner - k, 1);
+            for (std::ptrdiff_t j = 0; j < all.cols;) {
+                j += compute_part(j, next_registers<T, MODE>(all.cols - j, inner), k, inner);
+            }
+            k += inner;
+        } while (k < all.inner);
+    }
 }
 
 template <class T, ProductMode MODE>

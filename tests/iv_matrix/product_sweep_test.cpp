@@ -221,10 +221,10 @@ TYPED_TEST(ProductSweep, EveryShapeTo40InEveryModeGivesTheModelsBits) {
 }
 
 TYPED_TEST(ProductSweep, LargerOddShapesInEveryModeGiveTheModelsBits) {
-    const Shape shapes[] = {{65, 130, 257}, {257, 65, 130}, {1, 300, 1},     {300, 1, 300},
-                            {1, 1, 1000},   {1000, 1, 1},   {33, 1000, 17},  {4, 256, 65},
-                            {5, 257, 64},   {3, 513, 66},   {129, 128, 127}, {2, 770, 41},
-                            {1, 129, 300},  {300, 129, 1},  {8, 255, 96}};
+    const Shape shapes[] = {
+        {65, 130, 257}, {257, 65, 130}, {1, 300, 1},  {300, 1, 300}, {1, 1, 1000},    {1000, 1, 1},
+        {33, 1000, 17}, {4, 256, 65},   {5, 257, 64}, {3, 513, 66},  {129, 128, 127}, {2, 770, 41},
+        {1, 129, 300},  {300, 129, 1},  {8, 255, 96}, {600, 26, 34}, {7, 47, 65}};
     Bench bench(TypeParam::code, 210 + TypeParam::code, 300 * 300 * sizeof(f64_t));
     const int count = static_cast<int>(std::size(shapes));
     sweep(count * MODES,
