@@ -44,9 +44,10 @@ constexpr int NARROW = 16;
 /// everywhere.
 constexpr int PIECE = 16;
 
-/// The same value, but the compiler knows nothing of it: multiples of a stride are formed where they
-/// are used instead of being kept, and spilled, over a loop.
-IV_INLINE std::ptrdiff_t opaque(std::ptrdiff_t value) {
+/// The same number or pointer, but the compiler knows nothing of it: what it would compute of it ahead
+/// of a loop, and keep, and spill, is formed where it is used.
+template <class V>
+IV_INLINE V opaque(V value) {
     asm volatile("" : "+r"(value)); // volatile: else this, too, leaves the loop
     return value;
 }
@@ -292,35 +293,68 @@ IV_INLINE void store_first(void* to, S values, int bytes);
 /// Parts of a vector are moved under masks, as fast as the whole.
 constexpr bool MASKS = true;
 
+/// The first lanes of 32 or 8 bits that `bytes` bytes fill. Where elements have at least 32 bits the
+/// wider lanes do, and cost less.
+template <int LANE>
 IV_INLINE std::uint64_t mask_of(int bytes) {
-    return _bzhi_u64(~std::uint64_t{0}, static_cast<unsigned>(bytes));
+    return _bzhi_u64(~std::uint64_t{0}, static_cast<unsigned>(bytes) / LANE);
 }
+template <class S>
+constexpr bool HAS_WORDS = sizeof(ElementOf<S>) >= 4;
 
 template <class S>
 IV_INLINE S load_first(const void* from, int bytes) {
-    if constexpr (sizeof(S) == 64) {
-        return reinterpret_cast<S>(_mm512_maskz_loadu_epi8(mask_of(bytes), from));
-    } else if constexpr (sizeof(S) == 32) {
-        return reinterpret_cast<S>(
-            _mm256_maskz_loadu_epi8(static_cast<__mmask32>(mask_of(bytes)), from));
+    if constexpr (HAS_WORDS<S>) {
+        const std::uint64_t mask = mask_of<4>(bytes);
+        if constexpr (sizeof(S) == 64) {
+            return reinterpret_cast<S>(
+                _mm512_maskz_loadu_epi32(static_cast<__mmask16>(mask), from));
+        } else if constexpr (sizeof(S) == 32) {
+            return reinterpret_cast<S>(_mm256_maskz_loadu_epi32(static_cast<__mmask8>(mask), from));
+        } else {
+            static_assert(sizeof(S) == 16);
+            return reinterpret_cast<S>(_mm_maskz_loadu_epi32(static_cast<__mmask8>(mask), from));
+        }
     } else {
-        static_assert(sizeof(S) == 16);
-        return reinterpret_cast<S>(
-            _mm_maskz_loadu_epi8(static_cast<__mmask16>(mask_of(bytes)), from));
+        const std::uint64_t mask = mask_of<1>(bytes);
+        if constexpr (sizeof(S) == 64) {
+            return reinterpret_cast<S>(_mm512_maskz_loadu_epi8(mask, from));
+        } else if constexpr (sizeof(S) == 32) {
+            return reinterpret_cast<S>(_mm256_maskz_loadu_epi8(static_cast<__mmask32>(mask), from));
+        } else {
+            static_assert(sizeof(S) == 16);
+            return reinterpret_cast<S>(_mm_maskz_loadu_epi8(static_cast<__mmask16>(mask), from));
+        }
     }
 }
 
 template <class S>
 IV_INLINE void store_first(void* to, S values, int bytes) {
-    if constexpr (sizeof(S) == 64) {
-        _mm512_mask_storeu_epi8(to, mask_of(bytes), reinterpret_cast<__m512i>(values));
-    } else if constexpr (sizeof(S) == 32) {
-        _mm256_mask_storeu_epi8(to, static_cast<__mmask32>(mask_of(bytes)),
-                                reinterpret_cast<__m256i>(values));
+    if constexpr (HAS_WORDS<S>) {
+        const std::uint64_t mask = mask_of<4>(bytes);
+        if constexpr (sizeof(S) == 64) {
+            _mm512_mask_storeu_epi32(to, static_cast<__mmask16>(mask),
+                                     reinterpret_cast<__m512i>(values));
+        } else if constexpr (sizeof(S) == 32) {
+            _mm256_mask_storeu_epi32(to, static_cast<__mmask8>(mask),
+                                     reinterpret_cast<__m256i>(values));
+        } else {
+            static_assert(sizeof(S) == 16);
+            _mm_mask_storeu_epi32(to, static_cast<__mmask8>(mask),
+                                  reinterpret_cast<__m128i>(values));
+        }
     } else {
-        static_assert(sizeof(S) == 16);
-        _mm_mask_storeu_epi8(to, static_cast<__mmask16>(mask_of(bytes)),
-                             reinterpret_cast<__m128i>(values));
+        const std::uint64_t mask = mask_of<1>(bytes);
+        if constexpr (sizeof(S) == 64) {
+            _mm512_mask_storeu_epi8(to, mask, reinterpret_cast<__m512i>(values));
+        } else if constexpr (sizeof(S) == 32) {
+            _mm256_mask_storeu_epi8(to, static_cast<__mmask32>(mask),
+                                    reinterpret_cast<__m256i>(values));
+        } else {
+            static_assert(sizeof(S) == 16);
+            _mm_mask_storeu_epi8(to, static_cast<__mmask16>(mask),
+                                 reinterpret_cast<__m128i>(values));
+        }
     }
 }
 

@@ -23,11 +23,15 @@ constexpr int TALL[] = {4, 4};
 #endif
 constexpr int FLAT = 4;
 
-/// Registers of b that are kept while the rows of a pass by. Most where loading them anew costs most.
+/// Registers of b that are kept while the rows of a pass by.
 template <class T, ProductMode MODE>
-constexpr int KEPT = !MASKS                                                   ? 8
-                     : MODE == PLUS_TRANSPOSED && std::is_floating_point_v<T> ? 24
-                                                                              : 16;
+constexpr int KEPT = !MASKS                                         ? 8
+                     : MODE != MINUS && std::is_floating_point_v<T> ? 24
+                                                                    : 16;
+
+/// Registers a row of which they are kept.
+template <class T, ProductMode MODE>
+constexpr int KEPT_ABREAST = KEPT<T, MODE> > 16 ? 2 : 1;
 
 /// Registers that a row of sums takes.
 template <class T, int BYTES, int VECTORS>
@@ -229,17 +233,17 @@ template <class L, class T>
     transpose_rows<L>(block, [&](std::ptrdiff_t j) IV_INLINED { return pieces[j]; });
 }
 
-/// Whether so many terms of a part that is one register wide get code of their own, in which the rows
-/// of b stay in registers. All that can be kept do where b is transposed; where there are masks, so do
-/// the counts of small matrices.
+/// Whether so many terms of a part that is VECTORS registers wide get code of their own, in which the
+/// rows of b stay in registers: all that can be kept where b is transposed, and where there are masks,
+/// counts that small matrices have.
 template <class T, ProductMode MODE, int VECTORS, int COUNT>
 constexpr bool IS_FULL = MODE == PLUS_TRANSPOSED && (COUNT == TERMS<T, MODE, VECTORS> &&
                                                      (MASKS || std::is_floating_point_v<T>));
-template <class T, ProductMode MODE, int COUNT>
-constexpr bool IS_SMALL = MASKS &&
-                          (COUNT > 0 && (std::is_floating_point_v<T>
-                                             ? COUNT % 4 == 0 || (MODE == PLUS && COUNT <= FEW)
-                                             : MODE == PLUS && COUNT == FEW));
+template <class T, ProductMode MODE, int VECTORS, int COUNT>
+constexpr bool IS_SMALL =
+    !MASKS || COUNT == 0          ? false
+    : std::is_floating_point_v<T> ? COUNT % 4 == 0 || (MODE == PLUS && VECTORS == 1 && COUNT <= FEW)
+                                  : MODE == PLUS && COUNT == FEW;
 
 /// Loads the rows of b that a part needs, K of them, or if K is 0, which is for transposed ones, as
 /// many as it has terms: their `cols` values at `from`, a register or less.
@@ -319,6 +323,8 @@ void pass_rows(const Product& p, const ProductPart& part) {
     const auto pass = [&](auto count, auto exists) IV_INLINED {
         const std::ptrdiff_t d_row = p.d_row;
         const std::ptrdiff_t a_row = TRANSPOSED ? 1 : p.a_row; // Not covered: the compiler knows
+        // Neighbours share a pointer, if there are terms enough to pay for it.
+        constexpr bool shared = TRANSPOSED && K > FEW;
         const T* term[count] = {a};
         std::ptrdiff_t at[count] = {0};
         each<count - 1>([&](auto r) IV_INLINED {
@@ -330,11 +336,13 @@ void pass_rows(const Product& p, const ProductPart& part) {
                         IV_INLINED { row.begin(sums[r], start ? start + at[r] : nullptr, p); });
         each_term<K>(part.inner, [&](auto k) IV_INLINED {
             each<count>([&](auto r) IV_INLINED {
+                const T* factor = shared ? term[0] + r : term[r];
                 each<VECTORS>([&](auto v) IV_INLINED {
-                    sums[r][v] = add_term<L, T, MODE>(term[r], L::computed(b[v][k]), sums[r][v]);
+                    sums[r][v] = add_term<L, T, MODE>(factor, L::computed(b[v][k]), sums[r][v]);
                 });
-                term[r] += a_col;
             });
+            each<shared ? 1 : count>([&](auto r) IV_INLINED { term[r] += a_col; });
+            term[0] = shared ? opaque(term[0]) : term[0];
         });
         each<count>([&](auto r) IV_INLINED { row.end(sums[r], d + at[r], p); });
         a += count * a_row;
@@ -389,7 +397,7 @@ template <class T, ProductMode MODE, int BYTES, int VECTORS>
 /// What computes a part that is VECTORS registers wide or less and has COUNT terms.
 template <class T, ProductMode MODE, int BYTES, int VECTORS, bool TRANSPOSED, int COUNT>
 constexpr auto* way() {
-    if constexpr (IS_FULL<T, MODE, VECTORS, COUNT> || IS_SMALL<T, MODE, COUNT>) {
+    if constexpr (IS_FULL<T, MODE, VECTORS, COUNT> || IS_SMALL<T, MODE, VECTORS, COUNT>) {
         return pass_rows<T, MODE, BYTES, VECTORS, TRANSPOSED, COUNT>;
     } else if constexpr (MODE == PLUS_TRANSPOSED) {
         return pass_rows<T, MODE, BYTES, VECTORS, TRANSPOSED, 0>;
@@ -415,7 +423,7 @@ struct Ways<T, MODE, BYTES, VECTORS, std::integer_sequence<int, PLACE...>> {
 /// All rows of a part that is VECTORS registers wide or less.
 template <class T, ProductMode MODE, int BYTES, int VECTORS>
 IV_INLINE void part_of_width(const Product& p, const ProductPart& part) {
-    if constexpr (MODE == PLUS_TRANSPOSED || (MASKS && VECTORS == 1)) {
+    if constexpr (MODE == PLUS_TRANSPOSED || (MASKS && VECTORS <= KEPT_ABREAST<T, MODE>)) {
         constexpr int counts = COUNTS<T, MODE, VECTORS>;
         using Places = std::make_integer_sequence<int, (MODE == PLUS ? 2 : 1) * counts>;
         if (MODE == PLUS_TRANSPOSED || part.inner < counts) {
@@ -442,7 +450,7 @@ IV_INLINE void narrow_part(const Product& p, const ProductPart& part) {
 /// The most columns of a part, in registers. More than two are for floats: integers gain little.
 constexpr int MOST_REGISTERS = sizeof TALL / sizeof TALL[0];
 template <class T, ProductMode MODE>
-constexpr int MOST = MODE == PLUS_TRANSPOSED                   ? (KEPT<T, MODE> > 16 ? 2 : 1)
+constexpr int MOST = MODE == PLUS_TRANSPOSED                   ? KEPT_ABREAST<T, MODE>
                      : MODE == MINUS                           ? 1
                      : std::is_floating_point_v<T>             ? MOST_REGISTERS
                      : REGISTERS<T, WIDE, 2> <= MOST_REGISTERS ? 2
@@ -463,8 +471,8 @@ IV_INLINE int next_registers(std::ptrdiff_t cols, std::ptrdiff_t inner) {
     if (MODE == PLUS_TRANSPOSED && (inner <= BLOCK<T, MODE> || cols < most * COLUMNS<T>)) {
         return 1; // with all terms at once, or no lane idle beside
     }
-    // What does not fit at once, but into two parts, goes in halves: no narrow rest is left.
     const std::ptrdiff_t registers = (cols + COLUMNS<T> - 1) / COLUMNS<T>;
+    // What does not fit at once, but into two parts, goes in halves: no narrow rest is left.
     return static_cast<int>(registers <= most      ? registers
                             : registers < 2 * most ? (registers + 1) / 2
                                                    : most);
@@ -475,7 +483,7 @@ IV_INLINE int next_registers(std::ptrdiff_t cols, std::ptrdiff_t inner) {
 template <class T, ProductMode MODE>
 IV_INLINE std::ptrdiff_t next_terms(std::ptrdiff_t left, int registers) {
     const std::ptrdiff_t most = registers == 1 ? BLOCK<T, MODE> : BLOCK<T, MODE, MOST<T, MODE>>;
-    if (MODE == PLUS_TRANSPOSED && IS_SMALL<T, MODE, 4> && left < 2 * most) {
+    if (MODE == PLUS_TRANSPOSED && IS_SMALL<T, MODE, 1, 4> && left < 2 * most) {
         return left > most ? (left + 7) / 8 * 4 : left > 2 * FEW ? left / 4 * 4 : left;
     }
     return left < most ? left : most;
