@@ -23,13 +23,13 @@ constexpr int TALL[] = {4, 4};
 #endif
 constexpr int FLAT = 4;
 
-/// Registers of b that are kept while the rows of a pass by.
+/// Registers of b that are kept while the rows of a pass by: as many as leave room for sums.
 template <class T, ProductMode MODE>
 constexpr int KEPT = !MASKS                                         ? 8
                      : MODE != MINUS && std::is_floating_point_v<T> ? 24
                                                                     : 16;
 
-/// Registers a row of which they are kept.
+/// The most registers of each row of b that are kept.
 template <class T, ProductMode MODE>
 constexpr int KEPT_ABREAST = KEPT<T, MODE> > 16 ? 2 : 1;
 
@@ -245,11 +245,11 @@ constexpr bool IS_SMALL =
     : std::is_floating_point_v<T> ? COUNT % 4 == 0 || (MODE == PLUS && VECTORS == 1 && COUNT <= FEW)
                                   : MODE == PLUS && COUNT == FEW;
 
-/// Loads the rows of b that a part needs, K of them, or if K is 0, which is for transposed ones, as
-/// many as it has terms: their `cols` values at `from`, a register or less.
+/// Loads a register of `cols` columns of the rows of b that a part needs, K of them, or if K is 0,
+/// which is for transposed ones, as many as it has terms.
 template <class L, class T, ProductMode MODE, int K>
-IV_INLINE void keep_rows(typename L::Stored* b, const Product& p, const ProductPart& part,
-                         const T* from, std::ptrdiff_t cols) {
+IV_INLINE void keep_columns(typename L::Stored* b, const Product& p, const ProductPart& part,
+                            const T* from, std::ptrdiff_t cols) {
     using Stored = typename L::Stored;
     if constexpr (MODE == PLUS_TRANSPOSED) {
         const int count = static_cast<int>(part.inner);
@@ -287,6 +287,19 @@ IV_INLINE void keep_rows(typename L::Stored* b, const Product& p, const ProductP
     }
 }
 
+/// The same for all registers of a row.
+template <class L, class T, ProductMode MODE, int VECTORS, int K, int COUNT>
+IV_INLINE void keep_rows(typename L::Stored (&b)[VECTORS][COUNT], const Product& p,
+                         const ProductPart& part) {
+    const T* from = static_cast<const T*>(part.b);
+    each<VECTORS>([&](auto v) IV_INLINED {
+        constexpr bool last = v == VECTORS - 1;
+        keep_columns<L, T, MODE, K>(b[v], p, part, from,
+                                    last ? part.cols - v * L::COUNT : L::COUNT);
+        from += L::COUNT * (MODE == PLUS_TRANSPOSED ? p.b_row : 1);
+    });
+}
+
 /// Calls `step` with 0 to K - 1 as constants, or with 0 to count - 1 if K is 0.
 template <int K, class Step>
 IV_INLINE void each_term(std::ptrdiff_t count, Step step) {
@@ -299,6 +312,29 @@ IV_INLINE void each_term(std::ptrdiff_t count, Step step) {
     }
 }
 
+/// Adds `count` terms, or K, to each row of sums. Row r of a starts at term[r], its columns are a_col
+/// values apart. If a is TRANSPOSED, its rows are neighbours.
+template <class L, class T, ProductMode MODE, bool TRANSPOSED, int K, int ROWS, int VECTORS,
+          int COUNT>
+IV_INLINE void add_terms(typename L::Computed (&sums)[ROWS][VECTORS], const T* (&term)[ROWS],
+                         std::ptrdiff_t a_col, const typename L::Stored (&b)[VECTORS][COUNT],
+                         std::ptrdiff_t count) {
+    // Neighbours share a pointer, if there are terms enough to pay for it.
+    constexpr bool shared = TRANSPOSED && K > FEW;
+    each_term<K>(count, [&](auto k) IV_INLINED {
+        each<ROWS>([&](auto r) IV_INLINED {
+            const T* factor = shared ? term[0] + r : term[r];
+            each<VECTORS>([&](auto v) IV_INLINED {
+                sums[r][v] = add_term<L, T, MODE>(factor, L::computed(b[v][k]), sums[r][v]);
+            });
+        });
+        each<ROWS>([&](auto r) IV_INLINED { term[r] += shared && r > 0 ? 0 : a_col; });
+        if constexpr (shared) {
+            term[0] = opaque(term[0]);
+        }
+    });
+}
+
 /// A part with few terms and VECTORS registers a row: the rows of b are kept while the rows of a pass
 /// by. If a is TRANSPOSED, its rows are one value apart, else its columns are. K is the number of
 /// terms where the rows of b are kept in registers, else 0.
@@ -307,13 +343,7 @@ void pass_rows(const Product& p, const ProductPart& part) {
     using L = Lanes<T, BYTES>;
     constexpr int abreast = ABREAST<T, K, VECTORS>;
     typename L::Stored b[VECTORS][K ? K : TERMS<T, MODE, VECTORS>];
-    each<VECTORS>([&](auto v) IV_INLINED {
-        const std::ptrdiff_t to = v * L::COUNT; // column
-        keep_rows<L, T, MODE, K>(
-            b[v], p, part,
-            static_cast<const T*>(part.b) + to * (MODE == PLUS_TRANSPOSED ? p.b_row : 1),
-            v < VECTORS - 1 ? L::COUNT : part.cols - to);
-    });
+    keep_rows<L, T, MODE, VECTORS, K>(b, p, part);
     constexpr bool often_full = K == 0 || K > FEW;
     const Row<T, BYTES, VECTORS, often_full> row(part);
     const std::ptrdiff_t a_col = TRANSPOSED ? p.a_col : 1; // Not covered: the compiler knows
@@ -323,8 +353,6 @@ void pass_rows(const Product& p, const ProductPart& part) {
     const auto pass = [&](auto count, auto exists) IV_INLINED {
         const std::ptrdiff_t d_row = p.d_row;
         const std::ptrdiff_t a_row = TRANSPOSED ? 1 : p.a_row; // Not covered: the compiler knows
-        // Neighbours share a pointer, if there are terms enough to pay for it.
-        constexpr bool shared = TRANSPOSED && K > FEW;
         const T* term[count] = {a};
         std::ptrdiff_t at[count] = {0};
         each<count - 1>([&](auto r) IV_INLINED {
@@ -334,16 +362,7 @@ void pass_rows(const Product& p, const ProductPart& part) {
         typename L::Computed sums[count][VECTORS];
         each<count>([&](auto r)
                         IV_INLINED { row.begin(sums[r], start ? start + at[r] : nullptr, p); });
-        each_term<K>(part.inner, [&](auto k) IV_INLINED {
-            each<count>([&](auto r) IV_INLINED {
-                const T* factor = shared ? term[0] + r : term[r];
-                each<VECTORS>([&](auto v) IV_INLINED {
-                    sums[r][v] = add_term<L, T, MODE>(factor, L::computed(b[v][k]), sums[r][v]);
-                });
-            });
-            each<shared ? 1 : count>([&](auto r) IV_INLINED { term[r] += a_col; });
-            term[0] = shared ? opaque(term[0]) : term[0];
-        });
+        add_terms<L, T, MODE, TRANSPOSED, K>(sums, term, a_col, b, part.inner);
         each<count>([&](auto r) IV_INLINED { row.end(sums[r], d + at[r], p); });
         a += count * a_row;
         start += start ? count * d_row : 0;
@@ -484,7 +503,8 @@ template <class T, ProductMode MODE>
 IV_INLINE std::ptrdiff_t next_terms(std::ptrdiff_t left, int registers) {
     const std::ptrdiff_t most = registers == 1 ? BLOCK<T, MODE> : BLOCK<T, MODE, MOST<T, MODE>>;
     if (MODE == PLUS_TRANSPOSED && IS_SMALL<T, MODE, 1, 4> && left < 2 * most) {
-        return left > most ? (left + 7) / 8 * 4 : left > 2 * FEW ? left / 4 * 4 : left;
+        constexpr std::ptrdiff_t at_once = 2 * std::ptrdiff_t{FEW};
+        return left > most ? (left + 7) / 8 * 4 : left > at_once ? left / 4 * 4 : left;
     }
     return left < most ? left : most;
 }
