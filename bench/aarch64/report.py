@@ -15,7 +15,7 @@ COMPILERS = {"g++": ["aarch64-linux-gnu-g++"], "clang": ["clang++", "--target=aa
 # Title and a part of the symbol that holds the loop: a tile may be a function or a part of one.
 KERNELS = {
     "product, 4 rows x 2 registers": r"tiles?<float, \(iv::internal::ProductMode\)0, 16, (4, )?2\b",
-    "A·B', 4 rows x 8 terms": r"pass_rows<float, \(iv::internal::ProductMode\)2, 16, false, 8>",
+    "A·B', 4 rows x 8 terms": r"pass_rows<float, \(iv::internal::ProductMode\)2, 16, 1, false, 8>",
     "add": r"elementwise<float, \(iv::internal::ElementwiseOperation\)2>",
     "inverse, row update": r"::invert\(",
     "nearest track": r"nearest\(",
