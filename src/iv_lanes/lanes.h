@@ -281,10 +281,10 @@ IV_INLINE auto high_half(S values) {
                       counted_from<LANES<S> / 2>(std::make_index_sequence<LANES<S> / 2>{}));
 }
 
-/// The first `bytes` of a vector, of which the rest is zero; nothing else is read.
+/// The first elements of a vector, `bytes` bytes of them; the rest is zero, nothing else is read.
 template <class S>
 IV_INLINE S load_first(const void* from, int bytes);
-/// Writes the first `bytes` of a vector and nothing else.
+/// Writes the first elements of a vector, `bytes` bytes of them, and nothing else.
 template <class S>
 IV_INLINE void store_first(void* to, S values, int bytes);
 
@@ -293,18 +293,19 @@ IV_INLINE void store_first(void* to, S values, int bytes);
 /// Parts of a vector are moved under masks, as fast as the whole.
 constexpr bool MASKS = true;
 
-/// The first lanes of 32 or 8 bits that `bytes` bytes fill. Where elements have at least 32 bits the
-/// wider lanes do, and cost less.
+/// A bit for each of the first lanes, of LANE bytes, in `bytes` bytes.
 template <int LANE>
 IV_INLINE std::uint64_t mask_of(int bytes) {
     return _bzhi_u64(~std::uint64_t{0}, static_cast<unsigned>(bytes) / LANE);
 }
+
+/// Whether elements are so long that masks of 4-byte lanes do: they cost less than those of bytes.
 template <class S>
-constexpr bool HAS_WORDS = sizeof(ElementOf<S>) >= 4;
+constexpr bool MASKED_BY_FOUR = sizeof(ElementOf<S>) >= 4;
 
 template <class S>
 IV_INLINE S load_first(const void* from, int bytes) {
-    if constexpr (HAS_WORDS<S>) {
+    if constexpr (MASKED_BY_FOUR<S>) {
         const std::uint64_t mask = mask_of<4>(bytes);
         if constexpr (sizeof(S) == 64) {
             return reinterpret_cast<S>(
@@ -330,7 +331,7 @@ IV_INLINE S load_first(const void* from, int bytes) {
 
 template <class S>
 IV_INLINE void store_first(void* to, S values, int bytes) {
-    if constexpr (HAS_WORDS<S>) {
+    if constexpr (MASKED_BY_FOUR<S>) {
         const std::uint64_t mask = mask_of<4>(bytes);
         if constexpr (sizeof(S) == 64) {
             _mm512_mask_storeu_epi32(to, static_cast<__mmask16>(mask),

@@ -31,7 +31,7 @@ Factor first_transposed(const iv_mat_t* mat) {
 }
 
 /// Rows that a kernel gets at once: it comes back to them for other columns and terms, and they
-/// should be cached still.
+/// should still be cached.
 constexpr int MOST_ROWS = 256;
 
 /// Any number of rows, of values of `size` bytes.

@@ -23,15 +23,16 @@ constexpr int TALL[] = {4, 4};
 #endif
 constexpr int FLAT = 4;
 
-/// Registers of b that are kept while the rows of a pass by: as many as leave room for sums.
+/// Registers of b that are kept while the rows of a pass by: as many as leave room for sums. Integers
+/// come sooner with fewer, and subtraction is not worth the code.
 template <class T, ProductMode MODE>
 constexpr int KEPT = !MASKS                                         ? 8
                      : MODE != MINUS && std::is_floating_point_v<T> ? 24
                                                                     : 16;
 
-/// The most registers of each row of b that are kept.
+/// The most registers of one row of b among them.
 template <class T, ProductMode MODE>
-constexpr int KEPT_ABREAST = KEPT<T, MODE> > 16 ? 2 : 1;
+constexpr int KEPT_WIDTH = KEPT<T, MODE> > 16 ? 2 : 1;
 
 /// Registers that a row of sums takes.
 template <class T, int BYTES, int VECTORS>
@@ -53,7 +54,8 @@ constexpr int FEW = 8;
 
 /// Rows of a that pass at once where the rows of b are kept, K of them. No sum of floats is to wait
 /// alone for each of its multiply-adds, unless they are few. One of integers only waits for an
-/// addition, but where instructions run in order.
+/// addition, but where instructions run in order. Beside two registers for each of 12 rows of b there
+/// are some for three rows of sums.
 template <class T, int K, int VECTORS>
 constexpr int ABREAST =
 #if defined(__x86_64__)
@@ -237,16 +239,15 @@ template <class L, class T>
 /// rows of b stay in registers: all that can be kept where b is transposed, and where there are masks,
 /// counts that small matrices have.
 template <class T, ProductMode MODE, int VECTORS, int COUNT>
-constexpr bool IS_FULL = MODE == PLUS_TRANSPOSED && (COUNT == TERMS<T, MODE, VECTORS> &&
-                                                     (MASKS || std::is_floating_point_v<T>));
-template <class T, ProductMode MODE, int VECTORS, int COUNT>
-constexpr bool IS_SMALL =
-    !MASKS || COUNT == 0          ? false
-    : std::is_floating_point_v<T> ? COUNT % 4 == 0 || (MODE == PLUS && VECTORS == 1 && COUNT <= FEW)
-                                  : MODE == PLUS && COUNT == FEW;
+constexpr bool HAS_CODE = (MODE == PLUS_TRANSPOSED && COUNT == TERMS<T, MODE, VECTORS>)
+                              ? MASKS || std::is_floating_point_v<T>
+                          : !MASKS || COUNT == 0 ? false
+                          : std::is_floating_point_v<T>
+                              ? COUNT % 4 == 0 || (MODE == PLUS && VECTORS == 1 && COUNT <= FEW)
+                              : MODE == PLUS && COUNT == FEW;
 
-/// Loads a register of `cols` columns of the rows of b that a part needs, K of them, or if K is 0,
-/// which is for transposed ones, as many as it has terms.
+/// Loads what a register holds of each row of b: `cols` columns, which start at `from`. There are K
+/// rows, or if K is 0, which is for a transposed b, as many as the part has terms.
 template <class L, class T, ProductMode MODE, int K>
 IV_INLINE void keep_columns(typename L::Stored* b, const Product& p, const ProductPart& part,
                             const T* from, std::ptrdiff_t cols) {
@@ -287,16 +288,16 @@ IV_INLINE void keep_columns(typename L::Stored* b, const Product& p, const Produ
     }
 }
 
-/// The same for all registers of a row.
+/// The same for all registers.
 template <class L, class T, ProductMode MODE, int VECTORS, int K, int COUNT>
 IV_INLINE void keep_rows(typename L::Stored (&b)[VECTORS][COUNT], const Product& p,
                          const ProductPart& part) {
-    const T* from = static_cast<const T*>(part.b);
     each<VECTORS>([&](auto v) IV_INLINED {
-        constexpr bool last = v == VECTORS - 1;
-        keep_columns<L, T, MODE, K>(b[v], p, part, from,
-                                    last ? part.cols - v * L::COUNT : L::COUNT);
-        from += L::COUNT * (MODE == PLUS_TRANSPOSED ? p.b_row : 1);
+        const std::ptrdiff_t first = v * L::COUNT;
+        const std::ptrdiff_t cols = v < VECTORS - 1 ? L::COUNT : part.cols - first;
+        const T* from = static_cast<const T*>(part.b);
+        from += MODE == PLUS_TRANSPOSED ? first * p.b_row : first;
+        keep_columns<L, T, MODE, K>(b[v], p, part, from, cols);
     });
 }
 
@@ -312,13 +313,13 @@ IV_INLINE void each_term(std::ptrdiff_t count, Step step) {
     }
 }
 
-/// Adds `count` terms, or K, to each row of sums. Row r of a starts at term[r], its columns are a_col
-/// values apart. If a is TRANSPOSED, its rows are neighbours.
+/// Adds K terms to each row of sums, or `count` if K is 0. The factors of row r start at term[r], a_col
+/// values apart. If a is TRANSPOSED and K is not 0, all rows exist and are neighbours.
 template <class L, class T, ProductMode MODE, bool TRANSPOSED, int K, int ROWS, int VECTORS,
           int COUNT>
-IV_INLINE void add_terms(typename L::Computed (&sums)[ROWS][VECTORS], const T* (&term)[ROWS],
-                         std::ptrdiff_t a_col, const typename L::Stored (&b)[VECTORS][COUNT],
-                         std::ptrdiff_t count) {
+IV_INLINE void add_kept_terms(typename L::Computed (&sums)[ROWS][VECTORS], const T* (&term)[ROWS],
+                              std::ptrdiff_t a_col, const typename L::Stored (&b)[VECTORS][COUNT],
+                              std::ptrdiff_t count) {
     // Neighbours share a pointer, if there are terms enough to pay for it.
     constexpr bool shared = TRANSPOSED && K > FEW;
     each_term<K>(count, [&](auto k) IV_INLINED {
@@ -362,7 +363,7 @@ void pass_rows(const Product& p, const ProductPart& part) {
         typename L::Computed sums[count][VECTORS];
         each<count>([&](auto r)
                         IV_INLINED { row.begin(sums[r], start ? start + at[r] : nullptr, p); });
-        add_terms<L, T, MODE, TRANSPOSED, K>(sums, term, a_col, b, part.inner);
+        add_kept_terms<L, T, MODE, TRANSPOSED, K>(sums, term, a_col, b, part.inner);
         each<count>([&](auto r) IV_INLINED { row.end(sums[r], d + at[r], p); });
         a += count * a_row;
         start += start ? count * d_row : 0;
@@ -416,7 +417,7 @@ template <class T, ProductMode MODE, int BYTES, int VECTORS>
 /// What computes a part that is VECTORS registers wide or less and has COUNT terms.
 template <class T, ProductMode MODE, int BYTES, int VECTORS, bool TRANSPOSED, int COUNT>
 constexpr auto* way() {
-    if constexpr (IS_FULL<T, MODE, VECTORS, COUNT> || IS_SMALL<T, MODE, VECTORS, COUNT>) {
+    if constexpr (HAS_CODE<T, MODE, VECTORS, COUNT>) {
         return pass_rows<T, MODE, BYTES, VECTORS, TRANSPOSED, COUNT>;
     } else if constexpr (MODE == PLUS_TRANSPOSED) {
         return pass_rows<T, MODE, BYTES, VECTORS, TRANSPOSED, 0>;
@@ -442,7 +443,7 @@ struct Ways<T, MODE, BYTES, VECTORS, std::integer_sequence<int, PLACE...>> {
 /// All rows of a part that is VECTORS registers wide or less.
 template <class T, ProductMode MODE, int BYTES, int VECTORS>
 IV_INLINE void part_of_width(const Product& p, const ProductPart& part) {
-    if constexpr (MODE == PLUS_TRANSPOSED || (MASKS && VECTORS <= KEPT_ABREAST<T, MODE>)) {
+    if constexpr (MODE == PLUS_TRANSPOSED || (MASKS && VECTORS <= KEPT_WIDTH<T, MODE>)) {
         constexpr int counts = COUNTS<T, MODE, VECTORS>;
         using Places = std::make_integer_sequence<int, (MODE == PLUS ? 2 : 1) * counts>;
         if (MODE == PLUS_TRANSPOSED || part.inner < counts) {
@@ -469,7 +470,7 @@ IV_INLINE void narrow_part(const Product& p, const ProductPart& part) {
 /// The most columns of a part, in registers. More than two are for floats: integers gain little.
 constexpr int MOST_REGISTERS = sizeof TALL / sizeof TALL[0];
 template <class T, ProductMode MODE>
-constexpr int MOST = MODE == PLUS_TRANSPOSED                   ? KEPT_ABREAST<T, MODE>
+constexpr int MOST = MODE == PLUS_TRANSPOSED                   ? KEPT_WIDTH<T, MODE>
                      : MODE == MINUS                           ? 1
                      : std::is_floating_point_v<T>             ? MOST_REGISTERS
                      : REGISTERS<T, WIDE, 2> <= MOST_REGISTERS ? 2
@@ -488,7 +489,7 @@ template <class T, ProductMode MODE>
 IV_INLINE int next_registers(std::ptrdiff_t cols, std::ptrdiff_t inner) {
     constexpr std::ptrdiff_t most = MOST<T, MODE>;
     if (MODE == PLUS_TRANSPOSED && (inner <= BLOCK<T, MODE> || cols < most * COLUMNS<T>)) {
-        return 1; // with all terms at once, or no lane idle beside
+        return 1; // for all terms are kept at once, or the second would have idle lanes
     }
     const std::ptrdiff_t registers = (cols + COLUMNS<T> - 1) / COLUMNS<T>;
     // What does not fit at once, but into two parts, goes in halves: no narrow rest is left.
@@ -497,14 +498,17 @@ IV_INLINE int next_registers(std::ptrdiff_t cols, std::ptrdiff_t inner) {
                                                    : most);
 }
 
-/// Terms that the next part takes of `left`. Where multiples of four have code of their own, parts get
-/// such, and the last two are about as long; but a few terms go at once.
+/// Terms that the next part takes of `left`. Where multiples of four have code of their own, it takes
+/// such, about half of what is left if that is less than twice the most; but a few terms go at once.
 template <class T, ProductMode MODE>
 IV_INLINE std::ptrdiff_t next_terms(std::ptrdiff_t left, int registers) {
     const std::ptrdiff_t most = registers == 1 ? BLOCK<T, MODE> : BLOCK<T, MODE, MOST<T, MODE>>;
-    if (MODE == PLUS_TRANSPOSED && IS_SMALL<T, MODE, 1, 4> && left < 2 * most) {
+    if constexpr (MODE == PLUS_TRANSPOSED && MASKS && std::is_floating_point_v<T>) {
+        static_assert(BLOCK<T, MODE> % 4 == 0 && BLOCK<T, MODE, MOST<T, MODE>> % 4 == 0);
         constexpr std::ptrdiff_t at_once = 2 * std::ptrdiff_t{FEW};
-        return left > most ? (left + 7) / 8 * 4 : left > at_once ? left / 4 * 4 : left;
+        if (left < 2 * most) {
+            return left > most ? (left + 7) / 8 * 4 : left > at_once ? left / 4 * 4 : left;
+        }
     }
     return left < most ? left : most;
 }
